@@ -1,0 +1,257 @@
+#include "common/Logger.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <ctime>
+
+#include "common/BoundsChecked.h"
+#include "storage/DirOperator.h"
+
+namespace Velmar {
+namespace {
+
+constexpr std::size_t kMessageSize = 4096;  // terminator included
+constexpr mode_t kLogMode = 0600;
+constexpr const char* kOldSuffix = ".old";
+// Never waits (a FIFO without a reader), never follows a link, never takes over a terminal.
+constexpr int kSafeOpenFlags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+const char* GetLevelName(int level) {
+  switch (level) {
+    case LOG_LEVEL_DEBUG:
+      return "DEBUG";
+    case LOG_LEVEL_INFO:
+      return "INFO";
+    case LOG_LEVEL_WARNING:
+      return "WARNING";
+    case LOG_LEVEL_ERROR:
+      return "ERROR";
+    case LOG_LEVEL_CRITICAL:
+      return "CRITICAL";
+    default:
+      return " ";
+  }
+}
+
+// Local time as "26-11-16 20:47:56.123456", or the empty text when it cannot be formed.
+class TimeStamp {
+ public:
+  TimeStamp() {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    tm local{};
+    if (localtime_r(&now.tv_sec, &local) == nullptr) {
+      return;
+    }
+    const std::size_t seconds =
+        std::strftime(mText.data(), mText.size(), "%y-%m-%d %H:%M:%S", &local);
+    if (snprintf_s(mText.data() + seconds, mText.size() - seconds, kFractionLength, ".%06ld",
+                   static_cast<long>(now.tv_usec)) < 0) {
+      mText[0] = '\0';
+    }
+  }
+
+  [[nodiscard]] const char* Get() const { return mText.data(); }
+
+ private:
+  static constexpr std::size_t kFractionLength = 14;
+  std::array<char, 32> mText{};
+};
+
+// Makes room for the log file. False: something stands there that is not to be opened.
+bool ClearPath(const std::string& path) {
+  struct stat status {};
+  if (lstat(path.c_str(), &status) != 0) {
+    return true;
+  }
+  if (S_ISLNK(status.st_mode)) {
+    unlink(path.c_str());
+    return true;
+  }
+  if (S_ISDIR(status.st_mode)) {
+    SingletonNew<DirOperator>::GetInstance().RemoveDir(path);
+    return true;
+  }
+  return S_ISREG(status.st_mode);
+}
+
+// A second name of the file would be a way to have a foreign file written and its mode changed.
+bool IsOwnRegularFile(int fd) {
+  struct stat status {};
+  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
+}
+
+UniqueFd OpenLog(const std::string& path) {
+  // Readable too, for the copy that a rotation makes.
+  UniqueFd fd(open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | kSafeOpenFlags, kLogMode));
+  if (!fd.IsOpen() || !IsOwnRegularFile(fd.Get())) {
+    return {};
+  }
+  fchmod(fd.Get(), kLogMode);
+  return fd;
+}
+
+UniqueFd CreateOldGeneration(const std::string& path) {
+  unlink(path.c_str());
+  UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | kSafeOpenFlags, kLogMode));
+  if (fd.IsOpen()) {
+    fchmod(fd.Get(), kLogMode);
+  }
+  return fd;
+}
+
+// Returns how many bytes were written: all of them unless the file system refused some.
+std::size_t WriteAll(int fd, const char* data, std::size_t size) {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t written = write(fd, data + done, size - done);
+    if (written < 0 && errno == EINTR) {
+      continue;
+    }
+    if (written <= 0) {
+      break;
+    }
+    done += static_cast<std::size_t>(written);
+  }
+  return done;
+}
+
+// Copies the first `size` bytes of a file, or as much as can be copied.
+void CopyContent(int from, int to, off_t size) {
+  off_t done = 0;
+  while (done < size &&
+         copy_file_range(from, &done, to, nullptr, static_cast<std::size_t>(size - done), 0) > 0) {
+  }
+  // Not every file system copies by itself.
+  std::array<char, 65536> block;
+  while (done < size) {
+    const auto wanted = std::min(block.size(), static_cast<std::size_t>(size - done));
+    const ssize_t got = pread(from, block.data(), wanted, done);
+    if (got <= 0 || WriteAll(to, block.data(), static_cast<std::size_t>(got)) !=
+                        static_cast<std::size_t>(got)) {
+      return;
+    }
+    done += got;
+  }
+}
+
+void FormatAndWrite(int level, const char* module, const char* file, const char* format,
+                    std::va_list arguments) {
+  if (level <= LOG_LEVEL_DEBUG || module == nullptr || file == nullptr || format == nullptr) {
+    return;
+  }
+  std::array<char, kMessageSize> message;
+  if (vsnprintf_s(message.data(), message.size(), message.size() - 1, format, arguments) < 0) {
+    return;
+  }
+  if (auto* const logger = Singleton<Logger>::Instance()) {
+    logger->Write(level, file, 0, module, "%s", message.data());
+  }
+}
+
+}  // namespace
+
+void Logger::Init(const std::string& path) {
+  mFilePath = path;
+  mFd.Reset();
+  // Looked at before anything can log: a line written now would go to whatever stands there.
+  if (ClearPath(path)) {
+    mFd = OpenLog(path);
+  }
+}
+
+void Logger::Write(int level, const char* file, int line, const char* module, const char* format,
+                   ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  WriteV(level, file, line, module, format, arguments);
+  va_end(arguments);
+}
+
+void Logger::Write(int level, Text file, int line, Text module, Text format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  WriteV(level, file.Get(), line, module.Get(), format.Get(), arguments);
+  va_end(arguments);
+}
+
+void Logger::WriteV(int level, const char* file, int line, const char* module, const char* format,
+                    std::va_list arguments) {
+  if (level <= LOG_LEVEL_DEBUG || file == nullptr || module == nullptr || format == nullptr) {
+    return;
+  }
+  const std::lock_guard lock(mMutex);
+  if (!mFd.IsOpen()) {
+    return;
+  }
+  std::int64_t size = lseek(mFd.Get(), 0, SEEK_END);
+  if (size > mMaxFileSize) {
+    Rotate(size);
+    size = 0;
+  }
+  std::array<char, kMessageSize> message;
+  if (vsnprintf_s(message.data(), message.size(), message.size() - 1, format, arguments) < 0) {
+    return;
+  }
+  mLine.assign("[").append(TimeStamp().Get()).append("] [").append(GetLevelName(level));
+  mLine.append("] [").append(file).append(":").append(std::to_string(line)).append("] ");
+  mLine.append(module).append(": ").append(message.data()).append("\n");
+  AppendLine(size);
+}
+
+// A line of which only a part found room is taken back, unless somebody appended after it.
+void Logger::AppendLine(std::int64_t size) {
+  const auto written = static_cast<std::int64_t>(WriteAll(mFd.Get(), mLine.data(), mLine.size()));
+  const bool isTorn = written > 0 && written < static_cast<std::int64_t>(mLine.size());
+  if (isTorn && lseek(mFd.Get(), 0, SEEK_END) == size + written) {
+    static_cast<void>(ftruncate(mFd.Get(), size));
+  }
+}
+
+// Copies rather than renames, so that the log keeps its inode.
+void Logger::Rotate(std::int64_t size) {
+  const UniqueFd old = CreateOldGeneration(mFilePath + kOldSuffix);
+  if (old.IsOpen()) {
+    CopyContent(mFd.Get(), old.Get(), size);
+  }
+  if (ftruncate(mFd.Get(), 0) != 0) {
+    mFd.Reset();
+  }
+}
+
+void LogDebug(const char* module, const char* file, const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  FormatAndWrite(LOG_LEVEL_DEBUG, module, file, format, arguments);
+  va_end(arguments);
+}
+
+void LogInfo(const char* module, const char* file, const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  FormatAndWrite(LOG_LEVEL_INFO, module, file, format, arguments);
+  va_end(arguments);
+}
+
+void LogWarning(const char* module, const char* file, const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  FormatAndWrite(LOG_LEVEL_WARNING, module, file, format, arguments);
+  va_end(arguments);
+}
+
+void LogError(const char* module, const char* file, const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  FormatAndWrite(LOG_LEVEL_ERROR, module, file, format, arguments);
+  va_end(arguments);
+}
+
+}  // namespace Velmar

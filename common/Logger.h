@@ -1,0 +1,112 @@
+// The one log writer of a process: levelled, time-stamped lines in a single file, with one older
+// generation beside it.
+//
+//   Velmar::Singleton<Velmar::Logger>::Instance()->Init("/home/u/Brimlet/log/brimletd.log");
+//   Velmar::LogWarning("UTILS", "Player", "no frame for %d ms", 40);
+//
+// appends
+//
+//   [26-11-16 20:47:56.123456] [WARNING] [Player:0] UTILS: no frame for 40 ms
+//
+// The first field is local time with microseconds.
+#pragma once
+
+#include <cstdarg>
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "Singleton.h"
+#include "UniqueFd.h"
+
+namespace Velmar {
+
+// How serious a line is. Levels pass through the interfaces as plain integers; another value above
+// LOG_LEVEL_DEBUG is written with one blank in place of the name.
+enum LogLevel : int {
+  LOG_LEVEL_DEBUG = 1,  // never written
+  LOG_LEVEL_INFO = 2,
+  LOG_LEVEL_WARNING = 3,
+  LOG_LEVEL_ERROR = 4,
+  LOG_LEVEL_CRITICAL = 5,
+};
+
+// The object of a process is Singleton<Logger>::Instance(). Write() may be called from several
+// threads; Init() only while a single thread uses the logger.
+//
+// The file may lie in a folder that belongs to somebody else. Nothing that stands at its path, or
+// that is put there later, makes the logger touch another file, wait, or copy foreign data.
+class Logger {
+ public:
+  // Opens the log file at `path`, made with mode 0600 if missing; an existing file is appended to
+  // and gets mode 0600. Its folder must exist. What stands at the path is cleared first:
+  //   - a symbolic link of any kind is unlinked; what it points to is not touched;
+  //   - a directory is removed with everything below it.
+  // Anything else that is not a regular file (a FIFO, a socket, a device), and a file that has a
+  // second hard link somewhere, is left alone.
+  //
+  // Nothing is reported. When no file could be opened, every line is silently lost until a later
+  // Init() opens one. Lines written before Init() are lost.
+  void Init(const std::string& path);
+
+  // Writes one line, in one piece, to the end of the file:
+  //   "[time] [level] [file:line] module: message\n"
+  // `file` is the base name of the calling source without its ending, `line` its line. `format` and
+  // what follows make the message, as for std::printf.
+  //
+  // Writes nothing when `level` is LOG_LEVEL_DEBUG or lower, when the message has more than 4095
+  // characters or cannot be formatted, when a pointer is null, and when no file is open. A line
+  // that the file system refuses (a full disk) is dropped whole, and the next one is tried again.
+  //
+  // When the file has passed 33554432 bytes (32 MiB) before a line, its content first moves to the
+  // path followed by ".old", mode 0600, in place of what was there, and the file starts empty.
+  // Where
+  // ".old" cannot be made (a directory stands there), the content is dropped. The size is that of
+  // the file opened by Init(), whatever stands at the path by now.
+  [[gnu::format(printf, 6, 7)]] void Write(int level, const char* file, int line,
+                                           const char* module, const char* format, ...);
+
+  // Carries a text from either kind of string through a call that takes variable arguments, where
+  // a reference must not stand last.
+  class Text {
+   public:
+    // Implicit: both kinds are passed as they are.
+    Text(const char* text) : mText(text) {}
+    Text(const std::string& text) : mText(text.c_str()) {}
+    [[nodiscard]] const char* Get() const { return mText; }
+
+   private:
+    const char* mText;
+  };
+
+  // The same for texts held in std::string objects; the compiler cannot check the format here.
+  void Write(int level, Text file, int line, Text module, Text format, ...);
+
+ private:
+  void WriteV(int level, const char* file, int line, const char* module, const char* format,
+              std::va_list arguments);
+  void AppendLine(std::int64_t size);
+  void Rotate(std::int64_t size);
+
+  const std::int32_t mMaxFileSize = 0x2000000;
+  std::string mFilePath;
+  UniqueFd mFd;
+  std::string mLine;  // kept from line to line for its memory
+  std::mutex mMutex;
+};
+
+// Write one line of the level in their name with line number 0 through the process's logger, which
+// is made if there is none. `format` and what follows make the message, as for std::printf. They
+// write nothing when `module`, `file` or `format` is null and in all cases in which Logger::Write
+// writes nothing. LogDebug therefore never writes. They may be called from several threads once the
+// logger exists.
+[[gnu::format(printf, 3, 4)]] void LogDebug(const char* module, const char* file,
+                                            const char* format, ...);
+[[gnu::format(printf, 3, 4)]] void LogInfo(const char* module, const char* file, const char* format,
+                                           ...);
+[[gnu::format(printf, 3, 4)]] void LogWarning(const char* module, const char* file,
+                                              const char* format, ...);
+[[gnu::format(printf, 3, 4)]] void LogError(const char* module, const char* file,
+                                            const char* format, ...);
+
+}  // namespace Velmar

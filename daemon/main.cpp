@@ -1,0 +1,60 @@
+// The entry of brimletd. Takes no arguments.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "common/Logger.h"
+#include "common/Singleton.h"
+#include "daemon/BusService.h"
+#include "storage/DirOperator.h"
+
+namespace {
+
+constexpr const char* kLogFileName = "/brimletd.log";
+
+// Opens /dev/null on each of the descriptors 0 to 2 that is closed: otherwise the log or the bus
+// connection would get its number, and every command would inherit it as its standard input, output
+// or error.
+bool OpenStandardDescriptors() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    const bool isClosed = fcntl(fd, F_GETFD) < 0;
+    // The lowest number that is free is the one taken.
+    if (isClosed && open("/dev/null", O_RDWR) != fd) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Commands inherit nothing of what the parent process left open.
+void CloseOthersOnExec() {
+  constexpr int kFirst = STDERR_FILENO + 1;
+  if (close_range(kFirst, ~0U, CLOSE_RANGE_CLOEXEC) == 0) {
+    return;
+  }
+  // Kernels before 5.11.
+  const int end = getdtablesize();
+  for (int fd = kFirst; fd < end; ++fd) {
+    fcntl(fd, F_SETFD, FD_CLOEXEC);
+  }
+}
+
+}  // namespace
+
+int main() {
+  if (!OpenStandardDescriptors()) {
+    return EXIT_FAILURE;
+  }
+  CloseOthersOnExec();
+  const std::string logDir = Velmar::SingletonNew<Velmar::DirOperator>::GetInstance().GetLogDir();
+  if (logDir.empty()) {
+    return EXIT_FAILURE;
+  }
+  if (auto* const logger = Velmar::Singleton<Velmar::Logger>::Instance()) {
+    logger->Init(logDir + kLogFileName);
+  }
+  return Velmar::RunBusService();
+}
