@@ -1,0 +1,225 @@
+#include "storage/DirOperator.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+
+#include "tests/Support.h"
+#include "utils/CommandOutput.h"
+
+namespace BrimletTest {
+namespace {
+
+namespace fs = std::filesystem;
+
+class DirOperatorTest : public testing::Test {
+ protected:
+  DirOperatorTest() { setenv("HOME", mFolder.Path().c_str(), 1); }
+
+  static std::string Error(const std::string& message) {
+    return "[ERROR] [DirOperator] UTILS: " + message;
+  }
+  static std::string Info(const std::string& message) {
+    return "[INFO] [DirOperator] UTILS: " + message;
+  }
+
+  Velmar::DirOperator mDirs;
+  TempFolder mFolder;
+  LogCapture mLog;
+};
+
+TEST_F(DirOperatorTest, CreatesTheTreeOnDemand) {
+  const std::string home = mFolder.Path();
+  EXPECT_EQ(mDirs.GetConfDir(), "");
+  EXPECT_EQ(mLog.Take(), Lines{Error("dir:" + home + "/Brimlet/Orvix/conf/ not exist!")});
+  EXPECT_EQ(mDirs.GetLogDir(), home + "/Brimlet/log");
+  EXPECT_EQ(mDirs.GetAppDir(), home + "/Brimlet/");
+  EXPECT_EQ(ModeOf(home + "/Brimlet/log"), S_IFDIR | 0700U);
+  EXPECT_EQ(mLog.Take(), Lines{});
+
+  const std::string others = home + "/Brimlet/Orvix/others/";
+  EXPECT_EQ(mDirs.CreateOthersDir(), 0);
+  EXPECT_EQ(mLog.Take(), (Lines{Error("dir:" + others + " not exist!"),
+                                Info("CreateOthersDir userdir:" + home + "/"),
+                                Info("CreateOthersDir userdir:" + home + "/Brimlet/"),
+                                Info("CreateOthersDir userdir:" + home + "/Brimlet/Orvix/"),
+                                Info("CreateOthersDir userdir:" + others)}));
+  EXPECT_EQ(mDirs.CreateOthersDir(), 0);
+  EXPECT_EQ(mLog.Take(), Lines{Info("CreateOthersDir othersdir:" + others + " already exist")});
+  EXPECT_EQ(mDirs.GetOthersDir(), others);
+
+  setenv("HOME", (home + "/").c_str(), 1);
+  EXPECT_EQ(mDirs.GetLogDir(), home + "//Brimlet/log");
+}
+
+TEST_F(DirOperatorTest, ReportsWhatCannotBeCreated) {
+  const std::string log = mFolder / "Brimlet/log";
+  fs::create_directory(mFolder / "Brimlet");
+  WriteWhole(log, "a file");
+  EXPECT_EQ(mDirs.GetLogDir(), "");
+  EXPECT_EQ(mLog.Take(), Lines{Error("dir:" + log + " not exist!")});
+  EXPECT_EQ(mDirs.CreateDir(log, 0700), 100);
+  EXPECT_EQ(mDirs.CreateMultiLevelDir(log + "/x"), 100);
+  EXPECT_EQ(mDirs.CreateMultiLevelDir(mFolder / "n/e/w/"), 0);
+  EXPECT_TRUE(mDirs.IsDirExist(mFolder / "n/e/w"));
+
+  fs::remove_all(mFolder / "Brimlet");
+  WriteWhole(mFolder / "Brimlet", "a file");
+  EXPECT_EQ(mDirs.CreateOthersDir(), 100);
+  EXPECT_EQ(mLog.Take().back(), Info("CreateOthersDir userdir:" + mFolder.Path() + "/Brimlet/"));
+}
+
+TEST_F(DirOperatorTest, TakesTheRootForAMissingHome) {
+  const std::string missing = mFolder / "missing";
+  setenv("HOME", missing.c_str(), 1);
+  EXPECT_EQ(mDirs.GetUserDir(), "");
+  setenv("HOME", "", 1);
+  EXPECT_EQ(mDirs.GetUserDir(), "");
+  EXPECT_EQ(mLog.Take(),
+            (Lines{Error("dir:" + missing + " not exist!"), Error("dir: not exist!")}));
+  unsetenv("HOME");
+  EXPECT_EQ(mDirs.GetUserDir(), "");
+  EXPECT_EQ(mLog.Take(), Lines{});
+  if (!fs::exists("/Brimlet")) {
+    EXPECT_EQ(mDirs.CreateOthersDir(), 100);
+    EXPECT_EQ(mLog.Take(), (Lines{Error("dir:/Brimlet/Orvix/others/ not exist!"),
+                                  Error("CreateOthersDir userdir empty!")}));
+  }
+}
+
+TEST_F(DirOperatorTest, TestsPaths) {
+  fs::create_symlink(mFolder.Path(), mFolder / "link");
+  fs::create_symlink("nowhere", mFolder / "dangling");
+  WriteWhole(mFolder / "file", "");
+  chmod((mFolder / "file").c_str(), 0600);
+  const struct {
+    std::string path;
+    bool isDir, isLink, isAccessible;
+  } cases[] = {
+      {mFolder.Path(), true, false, true},        {mFolder / "link", true, true, true},
+      {mFolder / "dangling", false, true, false}, {mFolder / "file", false, false, false},
+      {mFolder / "missing", false, false, false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(mDirs.IsDirExist(c.path), c.isDir) << c.path;
+    EXPECT_EQ(mDirs.IsSymLink(c.path), c.isLink) << c.path;
+    EXPECT_EQ(mDirs.IsDirAccessible(c.path), c.isAccessible) << c.path;
+  }
+}
+
+TEST_F(DirOperatorTest, RemovesATreeAndNothingThatLinksLeadTo) {
+  const std::string outside = mFolder / "outside";
+  const std::string tree = mFolder / "tree";
+  fs::create_directories(outside);
+  WriteWhole(outside + "/canary", "");
+  for (const std::string& path : {tree, tree + "/", tree + "//"}) {
+    fs::create_directories(tree + "/a/b/" + std::string(255, 'n'));
+    WriteWhole(tree + "/a/file", "");
+    fs::create_directory_symlink(outside, tree + "/a/link");
+    fs::create_symlink("nowhere", tree + "/dangling");
+    EXPECT_EQ(mDirs.RemoveDir(path), 0) << path;
+    EXPECT_FALSE(fs::exists(tree)) << path;
+  }
+  EXPECT_EQ(mLog.Take(), Lines{});
+
+  const std::string link = mFolder / "link";
+  fs::create_directory_symlink(outside, link);
+  WriteWhole(mFolder / "file", "");
+  for (const std::string& path : {link, link + "/", mFolder / "file", mFolder / "missing",
+                                  std::string(), (mFolder / "missing") + "/sub"}) {
+    EXPECT_EQ(mDirs.RemoveDir(path), -102) << path;
+    EXPECT_EQ(mLog.Take(), Lines{Error("opendir " + path + " failed")});
+  }
+  EXPECT_TRUE(fs::exists(outside + "/canary"));
+}
+
+TEST_F(DirOperatorTest, StopsAtAPathThatIsTooLong) {
+  const std::string name(200, 'd');
+  std::string deep = mFolder / "tree";
+  mkdir(deep.c_str(), 0700);
+  const std::string start = fs::current_path();
+  ASSERT_EQ(chdir(deep.c_str()), 0);
+  while (deep.size() + 1 + name.size() <= 4095) {
+    ASSERT_EQ(mkdir(name.c_str(), 0700), 0);
+    ASSERT_EQ(chdir(name.c_str()), 0);
+    deep += "/" + name;
+  }
+  const std::string fits(4095 - deep.size() - 1, 'f');
+  WriteWhole(fits, "");
+  WriteWhole(fits + "g", "");
+  ASSERT_EQ(chdir(start.c_str()), 0);
+
+  EXPECT_EQ(mDirs.RemoveDir(mFolder / "tree"), -1);
+  // The line about the deepest directory itself is too long for the log.
+  const Lines lines = mLog.Take();
+  ASSERT_GE(lines.size(), 18U);
+  EXPECT_EQ(lines.back(), Error("RemoveDir failed, " + (mFolder / "tree")));
+
+  // From one level down the same tree has room.
+  ASSERT_EQ(chdir((mFolder / "tree").c_str()), 0);
+  EXPECT_EQ(mDirs.RemoveDir(name), 0);
+  ASSERT_EQ(chdir(start.c_str()), 0);
+}
+
+// A folder in the tree and a link to a foreign folder change places as fast as they can.
+TEST_F(DirOperatorTest, NeverFollowsAFolderSwappedForALink) {
+  const std::string outside = mFolder / "outside";
+  const std::string tree = mFolder / "tree";
+  fs::create_directories(outside + "/sub");
+  WriteWhole(outside + "/sub/canary", "");
+  WriteWhole(outside + "/canary", "");
+  std::atomic<bool> isDone = false;
+  std::thread swapper([&] {
+    const std::string victim = tree + "/victim";
+    const std::string link = mFolder / "link";
+    while (!isDone) {
+      renameat2(AT_FDCWD, victim.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE);
+    }
+  });
+  for (int round = 0; round < 2000; ++round) {
+    std::error_code ignored;
+    fs::create_directories(tree + "/victim/sub", ignored);
+    if (!fs::is_symlink(mFolder / "link", ignored)) {
+      fs::create_directory_symlink(outside, mFolder / "link", ignored);
+    }
+    mDirs.RemoveDir(tree);
+  }
+  isDone = true;
+  swapper.join();
+  EXPECT_TRUE(fs::exists(outside + "/canary"));
+  EXPECT_TRUE(fs::exists(outside + "/sub/canary"));
+}
+
+TEST(CommandOutput, IsCleanedAndEmptyOnFailure) {
+  const struct {
+    const char* command;
+    std::string output;
+  } cases[] = {
+      {"printf 'a\\nb'", "ab"},
+      {"printf '  x  \\n'", "x"},
+      {"printf '\\t x \\r\\n'", "\t x \r"},
+      {"printf ' \\n '", ""},
+      {"printf 'a\\0b\\nc\\n'", "ac"},
+      {"printf 'one\\ntwo\\n'", "one\ntwo"},
+      {"head -c 5000 /dev/zero | tr '\\0' x", std::string(5000, 'x')},
+      {"echo text; exit 1", ""},
+      {"echo text; kill -9 $$", "text"},
+      {"", ""},
+      {"echo ./x", ""},
+      {"echo ../x", ""},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(Velmar::Utils::GetCmdOutput(c.command), c.output) << c.command;
+  }
+  EXPECT_EQ(Velmar::Utils::GetUuid().size(), 36U);
+  EXPECT_NE(Velmar::Utils::GetUuid(), Velmar::Utils::GetUuid());
+}
+
+}  // namespace
+}  // namespace BrimletTest

@@ -1,0 +1,227 @@
+#include "common/Logger.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <regex>
+#include <thread>
+
+#include "tests/Support.h"
+
+namespace BrimletTest {
+namespace {
+
+using namespace Velmar;
+namespace fs = std::filesystem;
+
+constexpr std::int64_t kRotationBound = 33554432;
+const std::string kModule = "UTILS";
+
+Lines Logged(const std::string& path) {
+  Lines lines = LinesOf(ReadWhole(path));
+  for (std::string& line : lines) {
+    line = StripLogLine(line);
+  }
+  return lines;
+}
+
+class LoggerTest : public testing::Test {
+ protected:
+  TempFolder mFolder;
+  std::string mPath = mFolder / "brimletd.log";
+  std::string mOld = mPath + ".old";
+  std::string mCanary = mFolder / "canary";
+  Logger mLogger;
+};
+
+TEST_F(LoggerTest, WritesOneLinePerCallAndDropsDebug) {
+  mLogger.Write(4, "early", 1, "UTILS", "before Init");
+  WriteWhole(mPath, "kept\n");
+  mLogger.Init(mPath);
+  for (const int level : {-1, 0, 1, 2, 3, 4, 5, 7}) {
+    mLogger.Write(level, "Unit", -level, "UTILS", "level %d\tof %s", level, "it");
+  }
+  mLogger.Write(2, std::string("Unit"), 7, kModule, std::string("%c%%"), 'x');
+  const Lines lines = LinesOf(ReadWhole(mPath));
+  ASSERT_EQ(lines.size(), 7U);
+  EXPECT_EQ(lines[0], "kept");
+  const std::string time = R"(\[\d\d-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6}\] )";
+  const char* const rests[] = {
+      "[INFO] [Unit:-2] UTILS: level 2\tof it",  "[WARNING] [Unit:-3] UTILS: level 3\tof it",
+      "[ERROR] [Unit:-4] UTILS: level 4\tof it", "[CRITICAL] [Unit:-5] UTILS: level 5\tof it",
+      "[ ] [Unit:-7] UTILS: level 7\tof it",     "[INFO] [Unit:7] UTILS: x%"};
+  for (std::size_t i = 0; i < std::size(rests); ++i) {
+    const std::string& line = lines[i + 1];
+    EXPECT_TRUE(std::regex_match(line.substr(0, 27), std::regex(time))) << line;
+    EXPECT_EQ(line.substr(27), rests[i]);
+  }
+}
+
+TEST_F(LoggerTest, DropsAMessageOfMoreThan4095Characters) {
+  mLogger.Init(mPath);
+  mLogger.Write(2, "Unit", 1, "UTILS", "%s", std::string(4096, 'x').c_str());
+  EXPECT_EQ(ReadWhole(mPath), "");
+  mLogger.Write(2, "Unit", 1, "UTILS", "%s", std::string(4095, 'y').c_str());
+  EXPECT_EQ(Logged(mPath), Lines{"[INFO] [Unit] UTILS: " + std::string(4095, 'y')});
+}
+
+TEST(FreeLogFunctions, WriteWithLineNumber0ThroughTheProcessLogger) {
+  LogCapture capture;
+  LogDebug("M", "f", "debug");
+  LogInfo("M", "f", "info %d", 1);
+  LogWarning("M", "f", "warning %%");
+  LogError("M", "f", "%s", "%s is not expanded twice");
+  const char* volatile null = nullptr;
+  LogError(null, "f", "m");
+  LogError("M", null, "m");
+  LogError("M", "f", null);
+  EXPECT_EQ(capture.Take(), (Lines{"[INFO] [f] M: info 1", "[WARNING] [f] M: warning %",
+                                   "[ERROR] [f] M: %s is not expanded twice"}));
+  LogInfo("M", "f", "after");
+  Singleton<Logger>::Destroy();
+  EXPECT_EQ(Singleton<Logger>::sm_ins, nullptr);
+  LogInfo("M", "f", "to a fresh logger, which has no file");
+}
+
+// Whatever stands at the path, nothing outside of it may change, and nothing may block.
+TEST_F(LoggerTest, ClearsTheLogPathWithoutTouchingAnythingElse) {
+  const std::string folder = mFolder / "folder";
+  fs::create_directory(folder);
+  const struct {
+    const char* what;
+    std::function<void(const std::string&)> put;
+    bool isLogged;
+  } cases[] = {
+      {"nothing", [](const std::string&) {}, true},
+      {"a link to a file", [&](const std::string& p) { fs::create_symlink(mCanary, p); }, true},
+      {"a link to a folder", [&](const std::string& p) { fs::create_symlink(folder, p); }, true},
+      {"a link to nothing", [&](const std::string& p) { fs::create_symlink(mPath + "x", p); },
+       true},
+      {"a link to a device", [](const std::string& p) { fs::create_symlink("/dev/null", p); },
+       true},
+      {"a folder", [](const std::string& p) { fs::create_directories(p + "/a/b"); }, true},
+      {"a FIFO", [](const std::string& p) { mkfifo(p.c_str(), 0644); }, false},
+      {"a hard link", [&](const std::string& p) { fs::create_hard_link(mCanary, p); }, false},
+      {"a wide open file",
+       [](const std::string& p) {
+         WriteWhole(p, "");
+         chmod(p.c_str(), 0666);
+       },
+       true},
+  };
+  for (const auto& c : cases) {
+    WriteWhole(mCanary, "canary");
+    chmod(mCanary.c_str(), 0644);
+    WriteWhole(folder + "/content", "canary");
+    c.put(mPath);
+    mLogger.Init(mPath);
+    mLogger.Write(4, "Unit", 1, "UTILS", "line");
+    if (c.isLogged) {
+      EXPECT_EQ(Logged(mPath), Lines{"[ERROR] [Unit] UTILS: line"}) << c.what;
+      EXPECT_EQ(ModeOf(mPath), S_IFREG | 0600U) << c.what;
+    }
+    EXPECT_EQ(ReadWhole(mCanary), "canary") << c.what;
+    EXPECT_EQ(ModeOf(mCanary), S_IFREG | 0644U) << c.what;
+    EXPECT_EQ(ReadWhole(folder + "/content"), "canary") << c.what;
+    EXPECT_FALSE(fs::exists(mPath + "x")) << c.what;
+    fs::remove(mPath);
+  }
+}
+
+TEST_F(LoggerTest, RotatesBeforeTheFirstLineBehindTheBound) {
+  WriteWhole(mPath, "first\n");
+  mLogger.Init(mPath);
+  ASSERT_EQ(truncate(mPath.c_str(), kRotationBound), 0);
+  struct stat before {};
+  ASSERT_EQ(stat(mPath.c_str(), &before), 0);
+  mLogger.Write(2, "Unit", 1, "UTILS", "still there");
+  EXPECT_FALSE(fs::exists(mOld));
+  const std::string whole = ReadWhole(mPath);
+
+  mLogger.Write(2, "Unit", 1, "UTILS", "%s", std::string(4096, 'x').c_str());
+  EXPECT_EQ(ReadWhole(mPath), "") << "a line that is dropped rotates too";
+  mLogger.Write(2, "Unit", 1, "UTILS", "fresh");
+  EXPECT_EQ(Logged(mPath), Lines{"[INFO] [Unit] UTILS: fresh"});
+  EXPECT_TRUE(ReadWhole(mOld) == whole);
+  EXPECT_EQ(ModeOf(mOld), S_IFREG | 0600U);
+  struct stat after {};
+  ASSERT_EQ(stat(mPath.c_str(), &after), 0);
+  EXPECT_EQ(after.st_ino, before.st_ino);
+  EXPECT_EQ(ModeOf(mPath), S_IFREG | 0600U);
+}
+
+TEST_F(LoggerTest, MakesTheOldGenerationAnewWhateverStandsThere) {
+  const struct {
+    const char* what;
+    std::function<void(const std::string&)> put;
+    bool isKept;
+  } cases[] = {
+      {"an older generation", [](const std::string& p) { WriteWhole(p, "older"); }, true},
+      {"a link", [&](const std::string& p) { fs::create_symlink(mCanary, p); }, true},
+      {"a hard link", [&](const std::string& p) { fs::create_hard_link(mCanary, p); }, true},
+      {"a FIFO", [](const std::string& p) { mkfifo(p.c_str(), 0644); }, true},
+      {"a folder", [](const std::string& p) { fs::create_directory(p); }, false},
+  };
+  for (const auto& c : cases) {
+    WriteWhole(mCanary, "canary");
+    c.put(mOld);
+    WriteWhole(mPath, "");
+    fs::resize_file(mPath, kRotationBound + 1);
+    mLogger.Init(mPath);
+    mLogger.Write(2, "Unit", 1, "UTILS", "fresh");
+    EXPECT_EQ(Logged(mPath), Lines{"[INFO] [Unit] UTILS: fresh"}) << c.what;
+    EXPECT_EQ(ReadWhole(mCanary), "canary") << c.what;
+    if (c.isKept) {
+      EXPECT_EQ(fs::file_size(mOld), kRotationBound + 1) << c.what;
+      EXPECT_EQ(ModeOf(mOld), S_IFREG | 0600U) << c.what;
+    }
+    fs::remove(mOld);
+  }
+}
+
+TEST_F(LoggerTest, TakesTheSizeFromItsOwnFileAndNotFromThePath) {
+  mLogger.Init(mPath);
+  fs::rename(mPath, mFolder / "moved");
+  WriteWhole(mPath, "");
+  fs::resize_file(mPath, kRotationBound * 100);
+  mLogger.Write(2, "Unit", 1, "UTILS", "line");
+  EXPECT_FALSE(fs::exists(mOld));
+  EXPECT_EQ(Logged(mFolder / "moved").size(), 1U);
+}
+
+TEST_F(LoggerTest, NeverMixesTheLinesOfTwoThreads) {
+  constexpr int kCount = 2000;
+  mLogger.Init(mPath);
+  const auto write = [&](char letter) {
+    for (int i = 0; i < kCount; ++i) {
+      mLogger.Write(2, "Unit", 1, "UTILS", "%s", std::string(200, letter).c_str());
+    }
+  };
+  std::thread other(write, 'b');
+  write('a');
+  other.join();
+  std::map<std::string, int> counts;
+  for (const std::string& line : Logged(mPath)) {
+    ++counts[line];
+  }
+  const std::string head = "[INFO] [Unit] UTILS: ";
+  EXPECT_EQ(counts, (std::map<std::string, int>{{head + std::string(200, 'a'), kCount},
+                                                {head + std::string(200, 'b'), kCount}}));
+}
+
+TEST_F(LoggerTest, KeepsItsDescriptorFromChildProcesses) {
+  mLogger.Init(mPath);
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+    if (fs::read_symlink(entry) == mPath) {
+      EXPECT_TRUE(fcntl(std::stoi(entry.path().filename()), F_GETFD) & FD_CLOEXEC);
+      return;
+    }
+  }
+  FAIL() << "the log is not open";
+}
+
+}  // namespace
+}  // namespace BrimletTest
