@@ -200,7 +200,8 @@ void Logger::WriteV(int level, const char* file, int line, const char* module, c
   if (vsnprintf_s(message.data(), message.size(), message.size() - 1, format, arguments) < 0) {
     return;
   }
-  mLine.assign("[").append(TimeStamp().Get()).append("] [").append(GetLevelName(level));
+  mLine.clear();
+  mLine.append("[").append(TimeStamp().Get()).append("] [").append(GetLevelName(level));
   mLine.append("] [").append(file).append(":").append(std::to_string(line)).append("] ");
   mLine.append(module).append(": ").append(message.data()).append("\n");
   AppendLine(size);

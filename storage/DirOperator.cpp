@@ -112,29 +112,24 @@ class TreeRemoval {
   std::string mPath;
 };
 
-// A path taken apart where its last name begins. Trailing slashes are dropped: with them the system
-// would follow a link in spite of O_NOFOLLOW.
-struct SplitPath {
-  explicit SplitPath(const std::string& path) {
-    const std::size_t end = path.find_last_not_of('/');
-    if (end == std::string::npos) {
-      parent = path.empty() ? "" : "/";
-      name = path.empty() ? "" : ".";
-      return;
-    }
-    const std::size_t slash = path.find_last_of('/', end);
-    if (slash == std::string::npos) {
-      parent = ".";
-      name = path.substr(0, end + 1);
-      return;
-    }
-    parent = path.substr(0, slash + 1);
-    name = path.substr(slash + 1, end - slash);
-  }
-
+struct ParentAndName {
   std::string parent;
   std::string name;
 };
+
+// Takes a path apart where its last name begins. Trailing slashes are dropped: with them the system
+// would follow a link in spite of O_NOFOLLOW.
+ParentAndName SplitLastName(const std::string& path) {
+  const std::size_t end = path.find_last_not_of('/');
+  if (end == std::string::npos) {
+    return path.empty() ? ParentAndName{} : ParentAndName{"/", "."};
+  }
+  const std::size_t slash = path.find_last_of('/', end);
+  if (slash == std::string::npos) {
+    return {".", path.substr(0, end + 1)};
+  }
+  return {path.substr(0, slash + 1), path.substr(slash + 1, end - slash)};
+}
 
 }  // namespace
 
@@ -235,11 +230,11 @@ bool DirOperator::IsSymLink(const std::string& path) {
 }
 
 int DirOperator::RemoveDir(const std::string& path) {
-  const SplitPath split(path);
-  // Its parent is opened first, so that the directory opened and the one removed in the end have
+  const auto [parentPath, name] = SplitLastName(path);
+  // The parent is opened first, so that the directory opened and the one removed in the end have
   // the same place, whatever happens to the names above it.
-  const UniqueFd parent(open(split.parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  return TreeRemoval(path).RemoveDirAt(parent.Get(), split.name.c_str());
+  const UniqueFd parent(open(parentPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  return TreeRemoval(path).RemoveDirAt(parent.Get(), name.c_str());
 }
 
 }  // namespace Velmar
