@@ -64,12 +64,21 @@ start_main() {
   read -r ready <&"$from_main" && [ "$ready" = ready ]
 }
 
+# kill_tree PID: ends a process and what it has started, down to a command that still runs.
+kill_tree() {
+  local child
+  for child in $(cat "/proc/$1/task/$1/children" 2>/dev/null); do
+    kill_tree "$child"
+  done
+  kill -KILL "$1" 2>/dev/null || true
+}
+
 # Ends everything that was started, by its process id, and leaves nothing behind.
 clean_up() {
   trap '' INT TERM
   local pid
-  for pid in ${main_pid:-} ${daemon_pid:-} ${bus_pid:-}; do
-    kill -KILL "$pid" 2>/dev/null || true
+  for pid in ${main_pid:-} ${bus_pid:-}; do
+    kill_tree "$pid"
   done
   # Without the shell's word about each of them.
   { wait; } 2>/dev/null
@@ -173,7 +182,7 @@ show_end() {
   # What the main program still prints before that is a reply to its own stop line.
   ended=$(cat <&"$from_main")
   wait "$main_pid" || true
-  main_pid='' daemon_pid=''
+  main_pid=''
   printf '%sLog%s  %s\n' "$bold" "$plain" "~/Brimlet/log/brimletd.log"
   sed 's/^/    /' "$folder/home/Brimlet/log/brimletd.log"
   printf '\n%s\n' "$ended"
