@@ -115,7 +115,7 @@ TEST_F(BusServiceTest, DoesNotGrow) {
   };
   call(100);
   const std::size_t descriptors = daemon.CountDescriptors();
-  const std::size_t pages = daemon.ResidentPages();
+  [[maybe_unused]] const std::size_t pages = daemon.ResidentPages();
   call(1000);
   EXPECT_EQ(daemon.CountDescriptors(), descriptors);
 #ifndef BRIMLET_SANITIZED  // freed memory is kept there, to find its use
