@@ -268,8 +268,8 @@ Daemon::~Daemon() {
 std::optional<int> Daemon::WaitForEnd() {
   const bool hasEnded = Eventually([&] {
     std::ifstream stat("/proc/" + std::to_string(mPid) + "/stat");
-    std::string pid, name, state;
-    return !(stat >> pid >> name >> state) || state == "Z";
+    Lines fields(3);  // process id, name, state
+    return !(stat >> fields[0] >> fields[1] >> fields[2]) || fields[2] == "Z";
   });
   if (!hasEnded) {
     return std::nullopt;
