@@ -5,7 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <regex>
 #include <thread>
 
@@ -129,6 +132,28 @@ TEST_F(LoggerTest, ClearsTheLogPathWithoutTouchingAnythingElse) {
     EXPECT_FALSE(fs::exists(mPath + "x")) << c.what;
     fs::remove(mPath);
   }
+}
+
+// A file and a link to the canary change places as fast as they can while the log is opened.
+TEST_F(LoggerTest, NeverFollowsALinkSwappedIn) {
+  WriteWhole(mCanary, "canary");
+  const std::string link = mFolder / "link";
+  std::atomic<bool> isDone = false;
+  std::thread swapper([&] {
+    while (!isDone) {
+      renameat2(AT_FDCWD, mPath.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE);
+    }
+  });
+  for (int round = 0; round < 40000; ++round) {
+    std::error_code ignored;
+    fs::remove(link, ignored);
+    fs::create_symlink(mCanary, link, ignored);
+    mLogger.Init(mPath);
+    mLogger.Write(2, "Unit", 1, "UTILS", "line");
+  }
+  isDone = true;
+  swapper.join();
+  EXPECT_EQ(ReadWhole(mCanary), "canary");
 }
 
 TEST_F(LoggerTest, RotatesBeforeTheFirstLineBehindTheBound) {

@@ -48,7 +48,7 @@ const Form kOrvix0{std::regex("orvix0"), 0, -1, {"orvix0", "orvix1", "eth0", "or
 const Form kChannel{std::regex(kStoi),
                     36,
                     177,
-                    {"36", "177", "35", "178", "36abc", "+36", "\t0000000000000036", "-36"}};
+                    {"36", "177", "35", "178", "36abc", "+36", "\t\r0000000000000036", "-36"}};
 const Form kPort{std::regex(kStoi),
                  0,
                  65535,
