@@ -10,6 +10,8 @@ namespace Velmar::ErrorCode {
 
 namespace CommonStatus {
 inline constexpr std::int32_t ACTION_SUCCESS = 0;
+inline constexpr std::int32_t POINTER_IS_NULL = 2;
+inline constexpr std::int32_t GET_RANDOM_SEEDS_FAILED = 19;
 }  // namespace CommonStatus
 
 namespace FileOperStatus {

@@ -2,7 +2,7 @@
 # shellcheck shell=bash
 
 # What is needed to build the daemon, and to start it on a private bus.
-BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev libssl-dev)
 BUS_PACKAGES=(dbus-daemon systemd util-linux)
 TEST_PACKAGES=(libgtest-dev dbus-bin libglib2.0-bin)
 # What the longer checks of .ci/run need on top.

@@ -1,0 +1,493 @@
+#include "common/RandomCode.h"
+
+#include <fcntl.h>
+#include <openssl/crypto.h>
+#include <openssl/rand.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <utility>
+
+#include "common/BoundsChecked.h"
+#include "common/ErrorCode.h"
+#include "common/LogStatement.h"
+#include "common/UniqueFd.h"
+
+namespace Velmar::RandomCode {
+namespace {
+
+using ErrorCode::CommonStatus::ACTION_SUCCESS;
+using ErrorCode::CommonStatus::GET_RANDOM_SEEDS_FAILED;
+using ErrorCode::CommonStatus::POINTER_IS_NULL;
+using ErrorCode::FileOperStatus::INVALID_FILE_PATH;
+using ErrorCode::FileOperStatus::WRITE_FILE_FAILED;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kModule = "UTILS";
+constexpr const char* kSeedDevice = "/dev/random";
+constexpr std::size_t kSeedSize = 64;
+constexpr std::chrono::seconds kEntropyPatience{10};
+constexpr int kMaxReadFailures = 9;
+
+constexpr std::string_view kPasswordSet =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789~@#%^*_=+[{}],./?";
+constexpr std::string_view kDigitSet = "0123456789";
+constexpr std::string_view kLetterSet = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+constexpr std::int32_t kMinPasswordLength = 8;
+constexpr std::int32_t kMinTextLength = 6;
+constexpr std::int32_t kMaxTextLength = 256;
+// A working generator stays in one class that often less than once in 10^61 times.
+constexpr int kMaxRedraws = 128;
+
+constexpr std::int32_t kPoolSize = 256;
+std::array<unsigned char, kPoolSize> g_randomPool{};
+
+constexpr std::int64_t kMaxCoveredSize = 1048576;
+constexpr mode_t kCoveredMode = 0600;
+// Never follows a link, never waits (a FIFO put in the file's place).
+constexpr int kSafeOpenFlags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+// A status code as it stands in a log line.
+const char* GetLogText(std::int32_t code) {
+  return code == POINTER_IS_NULL ? "Null pointer" : "ACTION_FAILED";
+}
+
+// Bytes that nobody is to find in memory afterwards.
+template <std::size_t N>
+class SecretBytes {
+ public:
+  SecretBytes() = default;
+  SecretBytes(const SecretBytes&) = delete;
+  SecretBytes& operator=(const SecretBytes&) = delete;
+  ~SecretBytes() { OPENSSL_cleanse(mBytes.data(), mBytes.size()); }
+
+  [[nodiscard]] unsigned char* Data() { return mBytes.data(); }
+  [[nodiscard]] const unsigned char* Data() const { return mBytes.data(); }
+
+ private:
+  std::array<unsigned char, N> mBytes{};
+};
+
+// False when the device had nothing to give until `deadline`.
+bool WaitForEntropy(int fd, Clock::time_point deadline) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+  if (left.count() <= 0) {
+    return false;
+  }
+  pollfd device{.fd = fd, .events = POLLIN, .revents = 0};
+  const int ready = poll(&device, 1, static_cast<int>(left.count()));
+  return ready > 0 || (ready < 0 && errno == EINTR);
+}
+
+bool ReadEntropy(int fd, unsigned char* buffer, std::size_t length) {
+  const Clock::time_point deadline = Clock::now() + kEntropyPatience;
+  int failures = 0;
+  while (length > 0) {
+    const ssize_t got = read(fd, buffer, length);
+    if (got > 0) {
+      buffer += got;
+      length -= static_cast<std::size_t>(got);
+      failures = 0;
+    } else if (got < 0 && errno == EAGAIN) {
+      if (!WaitForEntropy(fd, deadline)) {
+        return false;
+      }
+    } else if (got == 0 || errno != EINTR) {
+      if (++failures == kMaxReadFailures) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+// RAND_priv_bytes() has more than one way to say no.
+bool DrawBytes(unsigned char* buffer, std::int32_t length) {
+  return RAND_priv_bytes(buffer, length) == 1;
+}
+
+std::uint32_t ReadBigEndian(const unsigned char* bytes) {
+  return std::uint32_t{bytes[0]} << 24U | std::uint32_t{bytes[1]} << 16U |
+         std::uint32_t{bytes[2]} << 8U | std::uint32_t{bytes[3]};
+}
+
+// The random numbers behind a text. They are drawn in one go, which costs a fraction of drawing
+// them one by one.
+class RandomNumbers {
+ public:
+  // Draws `count` numbers anew, beginning with the one at `first`.
+  [[nodiscard]] bool Draw(std::int32_t first, std::int32_t count) {
+    return DrawBytes(mBytes.Data() + At(first), count * kWidth);
+  }
+
+  std::uint32_t operator[](std::int32_t index) const {
+    return ReadBigEndian(mBytes.Data() + At(index));
+  }
+
+ private:
+  static constexpr std::int32_t kWidth = 4;
+  static std::size_t At(std::int32_t index) { return static_cast<std::size_t>(index) * kWidth; }
+
+  SecretBytes<std::size_t{kMaxTextLength} * kWidth> mBytes;
+};
+
+char PickFrom(std::string_view set, std::uint32_t number) { return set[number % set.size()]; }
+
+enum class CharClass { kLowerCase, kUpperCase, kDigit, kOther };
+
+CharClass ClassOf(std::uint32_t number) {
+  const std::size_t index = number % kPasswordSet.size();
+  if (index < 26) {
+    return CharClass::kLowerCase;
+  }
+  if (index < 52) {
+    return CharClass::kUpperCase;
+  }
+  return index < 62 ? CharClass::kDigit : CharClass::kOther;
+}
+
+bool AreOfOneClass(const RandomNumbers& numbers, std::int32_t count) {
+  for (std::int32_t i = 1; i < count; ++i) {
+    if (ClassOf(numbers[i]) != ClassOf(numbers[0])) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool DrawPassword(RandomNumbers& numbers, std::int32_t length) {
+  if (!numbers.Draw(0, length)) {
+    return false;
+  }
+  for (int redraws = 0; AreOfOneClass(numbers, length); ++redraws) {
+    if (redraws == kMaxRedraws || !numbers.Draw(length - 1, 1)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Digits and letters have their bounds, their draw and their ERROR lines in common.
+bool DrawText(RandomNumbers& numbers, std::int32_t length) {
+  if (length < kMinTextLength || length > kMaxTextLength) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Input number[%d] error", length);
+    return false;
+  }
+  if (SeedRandom() != ACTION_SUCCESS) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "get random seed failed.");
+    return false;
+  }
+  if (!numbers.Draw(0, length)) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Get random number failed.");
+    return false;
+  }
+  return true;
+}
+
+// Writes all bytes at the beginning of a file.
+bool WriteAll(int fd, const unsigned char* data, std::size_t size) {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t written = pwrite(fd, data + done, size - done, static_cast<off_t>(done));
+    if (written < 0 && errno == EINTR) {
+      continue;
+    }
+    if (written <= 0) {
+      return false;
+    }
+    done += static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+// A file to be overwritten and removed. Its name is only ever looked up in the folder that was
+// opened first, never through a link, and has to lead to the same file each time: whoever may
+// exchange names meanwhile cannot turn a step against another file.
+class CoveredFile {
+ public:
+  explicit CoveredFile(std::string_view path)
+      : mFolder(OpenFolder(path)), mName(path.substr(path.rfind('/') + 1)) {
+    mExists = LookUp(mStatus) && S_ISREG(mStatus.st_mode);
+  }
+
+  [[nodiscard]] bool Exists() const { return mExists; }
+
+  // Its size in bytes, or -1 when it cannot be read.
+  std::int64_t GetSize() {
+    mReadable = Open(O_RDONLY);
+    struct stat status {};
+    return mReadable.IsOpen() && fstat(mReadable.Get(), &status) == 0 ? status.st_size : -1;
+  }
+
+  // Rewrites the content in place. Emptying the file first would let the file system give it other
+  // blocks, and the old content would stay in the former ones.
+  std::int32_t Overwrite(const unsigned char* data, std::size_t size) {
+    if (!IsInPlace()) {
+      return INVALID_FILE_PATH;
+    }
+    if (data == nullptr || size == 0) {
+      return WRITE_FILE_FAILED;
+    }
+    if (!mWritable.IsOpen()) {
+      mWritable = Open(O_WRONLY);
+    }
+    const int fd = mWritable.Get();
+    // A pass that waits in the cache would be replaced there by the next one.
+    const bool isDone =
+        WriteAll(fd, data, size) && fchmod(fd, kCoveredMode) == 0 && fdatasync(fd) == 0;
+    return isDone ? ACTION_SUCCESS : WRITE_FILE_FAILED;
+  }
+
+  bool Remove() { return IsInPlace() && unlinkat(mFolder.Get(), mName.c_str(), 0) == 0; }
+
+ private:
+  static UniqueFd OpenFolder(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    const std::string folder(slash == std::string_view::npos ? "." : path.substr(0, slash + 1));
+    return UniqueFd(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  }
+
+  bool LookUp(struct stat& status) const {
+    return fstatat(mFolder.Get(), mName.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  }
+
+  [[nodiscard]] bool IsSame(const struct stat& status) const {
+    return status.st_dev == mStatus.st_dev && status.st_ino == mStatus.st_ino;
+  }
+
+  [[nodiscard]] bool IsInPlace() const {
+    struct stat status {};
+    return LookUp(status) && IsSame(status);
+  }
+
+  [[nodiscard]] UniqueFd Open(int access) const {
+    UniqueFd fd(openat(mFolder.Get(), mName.c_str(), access | kSafeOpenFlags));
+    struct stat status {};
+    return fd.IsOpen() && fstat(fd.Get(), &status) == 0 && IsSame(status) ? std::move(fd)
+                                                                          : UniqueFd();
+  }
+
+  const UniqueFd mFolder;
+  const std::string mName;
+  struct stat mStatus {};
+  bool mExists = false;
+  UniqueFd mReadable;  // stays open, so that no other file can get the same inode
+  UniqueFd mWritable;
+};
+
+std::int32_t CoverWithByte(CoveredFile& file, unsigned char* buffer, std::size_t size,
+                           unsigned char value) {
+  if (buffer != nullptr) {
+    std::fill_n(buffer, size, value);
+  }
+  const std::int32_t result = file.Overwrite(buffer, size);
+  if (result != ACTION_SUCCESS) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "SafeCoverData WriteToFile failed ret:%d", result);
+  }
+  return result;
+}
+
+std::int32_t CoverWithRandom(CoveredFile& file, unsigned char* buffer, std::size_t size) {
+  const std::int32_t drawn = GetRandNumBytes(buffer, static_cast<std::int32_t>(size));
+  if (drawn != 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "SafeCoverDataRandom GetAuthentRandomNum failed ret:%d",
+                drawn);
+    return drawn;
+  }
+  const std::int32_t result = file.Overwrite(buffer, size);
+  if (result != ACTION_SUCCESS) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "SafeCoverDataRandom WriteToFile failed ret:%d", result);
+  }
+  return result;
+}
+
+std::int32_t CoverThreeTimes(CoveredFile& file, std::size_t size) {
+  // Without memory it stays null, which the first pass reports like any other failure.
+  const std::unique_ptr<unsigned char[]> buffer(new (std::nothrow) unsigned char[size]);
+  std::int32_t result = CoverWithByte(file, buffer.get(), size, 0);
+  if (result == ACTION_SUCCESS) {
+    result = CoverWithByte(file, buffer.get(), size, 1);
+  }
+  return result == ACTION_SUCCESS ? CoverWithRandom(file, buffer.get(), size) : result;
+}
+
+}  // namespace
+
+std::int32_t ReadDevRandom(unsigned char* buffer, std::int32_t length) {
+  if (buffer == nullptr) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "null buf input, error code: %s",
+                GetLogText(POINTER_IS_NULL));
+    return POINTER_IS_NULL;
+  }
+  const UniqueFd device(open(kSeedDevice, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!device.IsOpen()) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to open /dev/random, error code: %s",
+                std::strerror(errno));
+    return GET_RANDOM_SEEDS_FAILED;
+  }
+  if (length > 0 && !ReadEntropy(device.Get(), buffer, static_cast<std::size_t>(length))) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "get random number failed, out of try times.");
+    return GET_RANDOM_SEEDS_FAILED;
+  }
+  return ACTION_SUCCESS;
+}
+
+std::uint32_t GetRandomUint32() {
+  SecretBytes<sizeof(std::uint32_t)> bytes;
+  return DrawBytes(bytes.Data(), sizeof(std::uint32_t)) ? ReadBigEndian(bytes.Data()) : 0;
+}
+
+std::int32_t SeedRandom() {
+  RAND_poll();
+  SecretBytes<kSeedSize> seed;
+  if (ReadDevRandom(seed.Data(), kSeedSize) != ACTION_SUCCESS) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Get random number failed.");
+    return GET_RANDOM_SEEDS_FAILED;
+  }
+  RAND_seed(seed.Data(), kSeedSize);
+  return ACTION_SUCCESS;
+}
+
+std::int32_t GetRandNumBytes(unsigned char* buffer, std::int32_t length) {
+  if (buffer == nullptr) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "null data input, error code: %s",
+                GetLogText(POINTER_IS_NULL));
+    return -1;
+  }
+  if (length < 1) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Input number[%d] error", length);
+    return -1;
+  }
+  if (SeedRandom() != ACTION_SUCCESS) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "get random seed failed.");
+    return -1;
+  }
+  if (!DrawBytes(buffer, length)) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "GetRandNumBytes RAND_bytes failed");
+    return -1;
+  }
+  return 0;
+}
+
+void GetRandomPasswd(char* buffer, std::int32_t length) {
+  if (buffer == nullptr) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "null buf input, error code: %s",
+                GetLogText(POINTER_IS_NULL));
+    return;
+  }
+  if (length < kMinPasswordLength || length > kMaxTextLength) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Input passwd length error, len = %d", length);
+    return;
+  }
+  if (SeedRandom() != ACTION_SUCCESS) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "get random seed failed.");
+    return;
+  }
+  RandomNumbers numbers;
+  if (!DrawPassword(numbers, length)) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Get random number failed.");
+    return;
+  }
+  for (std::int32_t i = 0; i < length; ++i) {
+    buffer[i] = PickFrom(kPasswordSet, numbers[i]);
+  }
+}
+
+std::int32_t GetRandomDigits(char* buffer, std::int32_t length) {
+  if (buffer == nullptr) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "null buf input, error code: %s",
+                GetLogText(POINTER_IS_NULL));
+    return -1;
+  }
+  RandomNumbers numbers;
+  if (!DrawText(numbers, length)) {
+    return -1;
+  }
+  for (std::int32_t i = 0; i < length; ++i) {
+    buffer[i] = PickFrom(kDigitSet, numbers[i]);
+  }
+  return 0;
+}
+
+std::string GetRandomLetters(std::int32_t length) {
+  RandomNumbers numbers;
+  if (!DrawText(numbers, length)) {
+    return "";
+  }
+  std::string letters(static_cast<std::size_t>(length), '\0');
+  for (std::int32_t i = 0; i < length; ++i) {
+    letters[static_cast<std::size_t>(i)] = PickFrom(kLetterSet, numbers[i]);
+  }
+  return letters;
+}
+
+void CreateRandomPool() {
+  if (GetRandNumBytes(g_randomPool.data(), kPoolSize) != 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "create random pool\u00A0error");
+  }
+}
+
+const unsigned char* GetRandomPool(std::int32_t length) {
+  if (length < 1 || length > kPoolSize) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Input\u00A0number[%d]\u00A0error", length);
+    return nullptr;
+  }
+  return g_randomPool.data();
+}
+
+void ClearSensitiveData(void* memory, std::int32_t length) {
+  if (memory == nullptr || length <= 0) {
+    return;
+  }
+  const auto size = static_cast<std::size_t>(length);
+  if (memset_s(memory, size, 0, size) != 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "clear sensitive date error, using 0, len = %d", length);
+  }
+  if (memset_s(memory, size, 1, size) != 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "clear sensitive date error, using 1, len = %d", length);
+  }
+  const unsigned char* const pool = GetRandomPool(length);
+  if (pool != nullptr && memcpy_s(memory, size, pool, size) != 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule,
+                "clear sensitive date error, using random number, len = %d", length);
+  }
+  // To the compiler this statement may read the memory, so the copy before it has to happen.
+  asm volatile("" : : "r"(memory) : "memory");
+}
+
+std::int32_t SafeCoverData(const std::string& fileName) {
+  CoveredFile file(fileName.c_str());  // the path that the system sees ends at a zero byte
+  if (!file.Exists()) {
+    BRIMLET_LOG(LOG_LEVEL_WARNING, kModule, "filename:%s not exist!", fileName.c_str());
+    return -1;
+  }
+  const std::int64_t size = file.GetSize();
+  if (size < 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "ifstream open failed!");
+  }
+  if (size < 0 || size > kMaxCoveredSize) {
+    BRIMLET_LOG(LOG_LEVEL_WARNING, kModule, "FileSize fileLen:%d", static_cast<std::int32_t>(size));
+    return -1;
+  }
+  const std::int32_t result = CoverThreeTimes(file, static_cast<std::size_t>(size));
+  if (result != ACTION_SUCCESS) {
+    return result;
+  }
+  if (!file.Remove()) {
+    BRIMLET_LOG(LOG_LEVEL_WARNING, kModule, "unlink filename:%s failed", fileName.c_str());
+    return -1;
+  }
+  return ACTION_SUCCESS;
+}
+
+}  // namespace Velmar::RandomCode
