@@ -10,8 +10,10 @@
 #include <cerrno>
 #include <cstddef>
 #include <ctime>
+#include <string_view>
 
 #include "common/BoundsChecked.h"
+#include "common/WriteAll.h"
 #include "storage/DirOperator.h"
 
 namespace Velmar {
@@ -107,22 +109,6 @@ UniqueFd CreateOldGeneration(const std::string& path) {
   return fd;
 }
 
-// Returns how many bytes were written: all of them unless the file system refused some.
-std::size_t WriteAll(int fd, const char* data, std::size_t size) {
-  std::size_t done = 0;
-  while (done < size) {
-    const ssize_t written = write(fd, data + done, size - done);
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    if (written <= 0) {
-      break;
-    }
-    done += static_cast<std::size_t>(written);
-  }
-  return done;
-}
-
 // Copies the first `size` bytes of a file, or as much as can be copied.
 void CopyContent(int from, int to, off_t size) {
   off_t done = 0;
@@ -134,8 +120,11 @@ void CopyContent(int from, int to, off_t size) {
   while (done < size) {
     const auto wanted = std::min(block.size(), static_cast<std::size_t>(size - done));
     const ssize_t got = pread(from, block.data(), wanted, done);
-    if (got <= 0 || WriteAll(to, block.data(), static_cast<std::size_t>(got)) !=
-                        static_cast<std::size_t>(got)) {
+    if (got <= 0) {
+      return;
+    }
+    const std::string_view read(block.data(), static_cast<std::size_t>(got));
+    if (WriteAll(to, read) != read.size()) {
       return;
     }
     done += got;
@@ -209,7 +198,7 @@ void Logger::WriteV(int level, const char* file, int line, const char* module, c
 
 // A line of which only a part found room is taken back, unless somebody appended after it.
 void Logger::AppendLine(std::int64_t size) {
-  const auto written = static_cast<std::int64_t>(WriteAll(mFd.Get(), mLine.data(), mLine.size()));
+  const auto written = static_cast<std::int64_t>(WriteAll(mFd.Get(), mLine));
   const bool isTorn = written > 0 && written < static_cast<std::int64_t>(mLine.size());
   if (isTorn && lseek(mFd.Get(), 0, SEEK_END) == size + written) {
     static_cast<void>(ftruncate(mFd.Get(), size));

@@ -57,11 +57,6 @@ constexpr mode_t kCoveredMode = 0600;
 // Never follows a link, never waits (a FIFO put in the file's place).
 constexpr int kSafeOpenFlags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
-// A status code as it stands in a log line.
-const char* GetLogText(std::int32_t code) {
-  return code == POINTER_IS_NULL ? "Null pointer" : "ACTION_FAILED";
-}
-
 // Bytes that nobody is to find in memory afterwards.
 template <std::size_t N>
 class SecretBytes {
@@ -326,7 +321,7 @@ std::int32_t CoverThreeTimes(CoveredFile& file, std::size_t size) {
 std::int32_t ReadDevRandom(unsigned char* buffer, std::int32_t length) {
   if (buffer == nullptr) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "null buf input, error code: %s",
-                GetLogText(POINTER_IS_NULL));
+                ErrorCode::GetLogText(POINTER_IS_NULL).c_str());
     return POINTER_IS_NULL;
   }
   const UniqueFd device(open(kSeedDevice, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -361,7 +356,7 @@ std::int32_t SeedRandom() {
 std::int32_t GetRandNumBytes(unsigned char* buffer, std::int32_t length) {
   if (buffer == nullptr) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "null data input, error code: %s",
-                GetLogText(POINTER_IS_NULL));
+                ErrorCode::GetLogText(POINTER_IS_NULL).c_str());
     return -1;
   }
   if (length < 1) {
@@ -382,7 +377,7 @@ std::int32_t GetRandNumBytes(unsigned char* buffer, std::int32_t length) {
 void GetRandomPasswd(char* buffer, std::int32_t length) {
   if (buffer == nullptr) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "null buf input, error code: %s",
-                GetLogText(POINTER_IS_NULL));
+                ErrorCode::GetLogText(POINTER_IS_NULL).c_str());
     return;
   }
   if (length < kMinPasswordLength || length > kMaxTextLength) {
@@ -406,7 +401,7 @@ void GetRandomPasswd(char* buffer, std::int32_t length) {
 std::int32_t GetRandomDigits(char* buffer, std::int32_t length) {
   if (buffer == nullptr) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "null buf input, error code: %s",
-                GetLogText(POINTER_IS_NULL));
+                ErrorCode::GetLogText(POINTER_IS_NULL).c_str());
     return -1;
   }
   RandomNumbers numbers;

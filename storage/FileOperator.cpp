@@ -15,6 +15,7 @@
 #include "common/ErrorCode.h"
 #include "common/LogStatement.h"
 #include "common/UniqueFd.h"
+#include "common/WriteAll.h"
 
 namespace Velmar {
 namespace {
@@ -52,19 +53,6 @@ std::size_t ReadSome(int fd, char* buffer, std::size_t size) {
     got = read(fd, buffer, size);
   } while (got < 0 && errno == EINTR);
   return got > 0 ? static_cast<std::size_t>(got) : 0;
-}
-
-void WriteAll(int fd, std::string_view content) {
-  while (!content.empty()) {
-    const ssize_t written = write(fd, content.data(), content.size());
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    if (written <= 0) {
-      return;
-    }
-    content.remove_prefix(static_cast<std::size_t>(written));
-  }
 }
 
 // Hands out a file's lines one by one, reading it in blocks.

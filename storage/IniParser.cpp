@@ -1,0 +1,363 @@
+#include "storage/IniParser.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstddef>
+#include <initializer_list>
+#include <limits>
+#include <optional>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "common/LogStatement.h"
+#include "common/UniqueFd.h"
+#include "common/WriteAll.h"
+
+namespace Velmar {
+namespace {
+
+constexpr const char* kModule = "UTILS";
+constexpr std::size_t kMaxFileSize = 1048576;
+constexpr mode_t kCreateMode = 0666;
+
+using CommentMap = std::unordered_map<std::string, std::string>;
+
+// Fills an IniFileData from a text. The text has to outlive the parser.
+class TextParser {
+ public:
+  explicit TextParser(IniFileData& data) : mData(data) {}
+
+  // False: the text is refused.
+  bool Parse(std::string_view text) {
+    while (!text.empty()) {
+      const std::size_t end = std::min(text.find('\n'), text.size());
+      if (!ParseLine(text.substr(0, end))) {
+        return false;
+      }
+      text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return true;
+  }
+
+ private:
+  bool ParseLine(std::string_view line) {
+    if (line.starts_with(';')) {
+      mPending.push_back(line);
+      return true;
+    }
+    if (line.starts_with('[')) {
+      ParseHeader(line);
+      return true;
+    }
+    return ParseKeyLine(line);
+  }
+
+  void ParseHeader(std::string_view line) {
+    mSection = line.substr(1, line.find(']') - 1);
+    mKeys = nullptr;
+    StoreComments({}, line, line.find(';'));
+  }
+
+  bool ParseKeyLine(std::string_view line) {
+    const std::size_t equals = line.find('=');
+    const std::size_t comment = line.find(';');
+    const std::string_view key = line.substr(0, equals);
+    if (mSection.empty() || key.empty()) {
+      return false;
+    }
+    const std::size_t start = equals == std::string_view::npos ? 0 : equals + 1;
+    // A comment that begins within the key does not end the value.
+    const std::size_t end = comment < start ? line.size() : std::min(comment, line.size());
+    SectionKeys().insert_or_assign(std::string(key), line.substr(start, end - start));
+    StoreComments(key, line, comment);
+    return true;
+  }
+
+  // The section comes into being with its first key.
+  std::unordered_map<std::string, std::string>& SectionKeys() {
+    if (mKeys == nullptr) {
+      mKeys = &mData.mSections[std::string(mSection)];
+    }
+    return *mKeys;
+  }
+
+  // Stores what belongs to a line: its own comment, which begins at `comment`, and the comment
+  // lines before it. An empty key stands for the section's header.
+  void StoreComments(std::string_view key, std::string_view line, std::size_t comment) {
+    if (comment == std::string_view::npos && mPending.empty()) {
+      return;
+    }
+    std::string name(mSection);
+    if (!key.empty()) {
+      name.append("/").append(key);
+    }
+    if (comment != std::string_view::npos) {
+      mData.mLineComments.insert_or_assign(name, line.substr(comment));
+    }
+    for (std::size_t i = 0; i < mPending.size(); ++i) {
+      mData.mLeadingComments[name + std::to_string(i)].assign(mPending[i]).append("\n");
+    }
+    mPending.clear();
+  }
+
+  IniFileData& mData;
+  std::string_view mSection = "default";
+  std::unordered_map<std::string, std::string>* mKeys = nullptr;  // of mSection, once it has one
+  std::vector<std::string_view> mPending;
+};
+
+// Makes the text of a file.
+class TextComposer {
+ public:
+  explicit TextComposer(const IniFileData& data) : mData(data) {}
+
+  std::string Compose() && {
+    for (const auto& [section, keys] : mData.mSections) {
+      AddLine(section, {"[", section, "]"});
+      for (const auto& [key, value] : keys) {
+        mName.assign(section).append("/").append(key);
+        AddLine(mName, {key, "=", value});
+      }
+    }
+    return std::move(mText);
+  }
+
+ private:
+  void AddLine(const std::string& name, std::initializer_list<std::string_view> pieces) {
+    AddLeadingComments(name);
+    for (const std::string_view piece : pieces) {
+      mText.append(piece);
+    }
+    if (const std::string* const comment = Find(mData.mLineComments, name)) {
+      mText.append(*comment);
+    }
+    mText.append("\n");
+  }
+
+  void AddLeadingComments(const std::string& name) {
+    if (mData.mLeadingComments.empty()) {
+      return;
+    }
+    for (std::size_t i = 0;; ++i) {
+      mIndexedName.assign(name).append(std::to_string(i));
+      const std::string* const comment = Find(mData.mLeadingComments, mIndexedName);
+      if (comment == nullptr) {
+        return;
+      }
+      mText.append(*comment);
+    }
+  }
+
+  static const std::string* Find(const CommentMap& comments, const std::string& name) {
+    const auto found = comments.find(name);
+    return found == comments.end() ? nullptr : &found->second;
+  }
+
+  const IniFileData& mData;
+  std::string mText;
+  std::string mName;
+  std::string mIndexedName;
+};
+
+// Opens a regular file. Never waits: not for the other end of a FIFO, nor for a lease to be given
+// back.
+UniqueFd OpenRegular(const std::string& path, int flags) {
+  UniqueFd fd(open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kCreateMode));
+  struct stat status {};
+  if (!fd.IsOpen() || fstat(fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return {};
+  }
+  return fd;
+}
+
+// The content of a file of about `size` bytes, cut off behind the first byte above the limit, or
+// nothing when it cannot be read to its end: half a file, written back, would lose the other half.
+std::optional<std::string> ReadText(const std::string& path, std::size_t size) {
+  const UniqueFd fd = OpenRegular(path, O_RDONLY);
+  if (!fd.IsOpen()) {
+    return std::nullopt;
+  }
+  std::string text(size + 1, '\0');
+  std::size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t got = read(fd.Get(), text.data() + done, text.size() - done);
+    if (got < 0 && errno == EINTR) {
+      continue;
+    }
+    if (got < 0) {
+      return std::nullopt;
+    }
+    if (got == 0) {
+      break;
+    }
+    done += static_cast<std::size_t>(got);
+    if (done == text.size() && done <= kMaxFileSize) {
+      text.resize(kMaxFileSize + 1);  // it has grown
+    }
+  }
+  text.resize(done);
+  return text;
+}
+
+bool WriteText(const std::string& path, std::string_view text) {
+  UniqueFd fd = OpenRegular(path, O_WRONLY | O_CREAT | O_TRUNC);
+  // A file system may report only now that a byte found no room.
+  return fd.IsOpen() && WriteAll(fd.Get(), text) == text.size() && close(fd.Release()) == 0;
+}
+
+int SaveContent(const std::string& path, const IniFileData& data) {
+  if (data.mSections.empty()) {
+    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "the config file is empty!");
+    return -1;
+  }
+  BRIMLET_LOG(LOG_LEVEL_INFO, kModule, "ready to save %s.", path.c_str());
+  if (!WriteText(path, TextComposer(data).Compose())) {
+    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "the config file is not written!");
+    return -1;
+  }
+  return 0;
+}
+
+// The number at the beginning of a text, read as a stream would; std::from_chars knows neither
+// leading white space nor a plus sign.
+int ReadInt(std::string_view text) {
+  text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+  if (text.starts_with('+')) {
+    text.remove_prefix(1);
+    if (text.starts_with('-')) {
+      return 0;
+    }
+  }
+  int number = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (result.ec != std::errc::result_out_of_range) {
+    return number;
+  }
+  return text.starts_with('-') ? std::numeric_limits<int>::min() : std::numeric_limits<int>::max();
+}
+
+}  // namespace
+
+int IniParser::Load(const std::string& path) {
+  if (path.empty()) {
+    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "file path is empty!");
+    return -1;
+  }
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0 || std::cmp_greater(status.st_size, kMaxFileSize)) {
+    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "file oversize!");
+    return -1;
+  }
+  const std::optional<std::string> text = ReadText(path, static_cast<std::size_t>(status.st_size));
+  if (!text) {
+    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "file not found!");
+    return -1;
+  }
+  if (text->size() > kMaxFileSize) {
+    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "file oversize!");
+    return -1;
+  }
+  IniFileData data;
+  if (!TextParser(data).Parse(*text)) {
+    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "read wrong type ini file! file path: %s", path.c_str());
+    return -1;
+  }
+  mFiles[path] = std::move(data);
+  return 0;
+}
+
+int IniParser::Save(const std::string& path) { return SaveContent(path, mFiles[path]); }
+
+int IniParser::SaveAll() {
+  for (const auto& [path, data] : mFiles) {
+    SaveContent(path, data);
+  }
+  return 0;
+}
+
+bool IniParser::CheckSectionInvalid(const std::string& path, const std::string& section) const {
+  const auto file = mFiles.find(path);
+  if (file == mFiles.end()) {
+    BRIMLET_LOG(LOG_LEVEL_WARNING, kModule, "filePath %s is invalid!", path.c_str());
+    return true;
+  }
+  const auto& sections = file->second.mSections;
+  if (sections.empty()) {
+    BRIMLET_LOG(LOG_LEVEL_WARNING, kModule, "config file %s is empty!", path.c_str());
+    return true;
+  }
+  const auto found = sections.find(section);
+  if (found == sections.end()) {
+    BRIMLET_LOG(LOG_LEVEL_WARNING, kModule, "section %s is invalid!", section.c_str());
+    return true;
+  }
+  if (found->second.empty()) {
+    BRIMLET_LOG(LOG_LEVEL_WARNING, kModule, "section %s is empty!", section.c_str());
+    return true;
+  }
+  return false;
+}
+
+std::unique_ptr<IniFileData> IniParser::GetFileData(const std::string& path) {
+  return Load(path) == 0 ? std::make_unique<IniFileData>(mFiles[path]) : nullptr;
+}
+
+// Loads the file and returns the key's value, which is made if missing, or null.
+const std::string* IniParser::FindValue(const std::string& path, const std::string& section,
+                                        const std::string& key) {
+  if (Load(path) != 0 || section.empty() || key.empty() || CheckSectionInvalid(path, section)) {
+    return nullptr;
+  }
+  return &mFiles[path].mSections[section][key];
+}
+
+std::string IniParser::GetString(const std::string& path, const std::string& section,
+                                 const std::string& key) {
+  const std::string* const value = FindValue(path, section, key);
+  return value == nullptr ? "" : *value;
+}
+
+int IniParser::GetInt(const std::string& path, const std::string& section, const std::string& key) {
+  const std::string* const value = FindValue(path, section, key);
+  return value == nullptr || value->empty() ? -1 : ReadInt(*value);
+}
+
+bool IniParser::GetBool(const std::string& path, const std::string& section,
+                        const std::string& key) {
+  const std::string* const value = FindValue(path, section, key);
+  return value != nullptr && *value == "true";
+}
+
+void IniParser::SetString(const std::string& path, const std::string& section,
+                          const std::string& key, const std::string& value) {
+  if (Load(path) != 0 || section.empty() || key.empty() || value.empty()) {
+    return;
+  }
+  IniFileData& data = mFiles[path];
+  data.mSections[section][key] = value;
+  SaveContent(path, data);
+}
+
+void IniParser::SetString(const std::string& path, const std::string& section,
+                          const std::string& key, const char* value) {
+  SetString(path, section, key, std::string(value == nullptr ? "" : value));
+}
+
+void IniParser::SetInt(const std::string& path, const std::string& section, const std::string& key,
+                       int value) {
+  SetString(path, section, key, std::to_string(value));
+}
+
+void IniParser::SetBool(const std::string& path, const std::string& section, const std::string& key,
+                        bool value) {
+  SetString(path, section, key, std::string(value ? "true" : "false"));
+}
+
+}  // namespace Velmar
