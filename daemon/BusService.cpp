@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <memory>
 
 #include "common/LogStatement.h"
 #include "daemon/CallerAuth.h"
 #include "daemon/CommandMethod.h"
+#include "utils/Bus.h"
 
 namespace Velmar {
 namespace {
@@ -24,16 +24,6 @@ const sd_bus_vtable BrimletdBusVtable[] = {
     SD_BUS_METHOD(kMethodName, "s", "s", HandleBrimletdCall, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };
-
-struct BusCloser {
-  void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
-};
-using UniqueBus = std::unique_ptr<sd_bus, BusCloser>;
-
-struct SlotCloser {
-  void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
-};
-using UniqueSlot = std::unique_ptr<sd_bus_slot, SlotCloser>;
 
 UniqueBus OpenSystemBus() {
   sd_bus* bus = nullptr;

@@ -1,14 +1,13 @@
 #include "daemon/CallerAuth.h"
 
-#include <systemd/sd-bus.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstring>
-#include <memory>
 
 #include "common/BoundsChecked.h"
 #include "common/LogStatement.h"
+#include "utils/Bus.h"
 
 namespace Velmar {
 namespace {
@@ -19,30 +18,12 @@ constexpr std::size_t kLinkNameSize = 256;
 // One byte longer than what is ever read into it, so that the path is terminated.
 using PathBuffer = std::array<char, kMaxSenderPathLength + 2>;
 
-struct CredsCloser {
-  void operator()(sd_bus_creds* creds) const { sd_bus_creds_unref(creds); }
-};
-using UniqueCreds = std::unique_ptr<sd_bus_creds, CredsCloser>;
-
 }  // namespace
 
 int GetSenderPid(sd_bus_message* message) {
-  sd_bus_creds* queried = nullptr;
-  int r = sd_bus_query_sender_creds(message, SD_BUS_CREDS_PID, &queried);
-  const UniqueCreds creds(queried);
-  if (r < 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "sd_bus_query_sender_creds failed: %d, creds = %p", r,
-                static_cast<void*>(creds.get()));
-    return r;
-  }
-  pid_t pid = -1;
-  r = sd_bus_creds_get_pid(creds.get(), &pid);
-  if (r < 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "sd_bus_creds_get_pid failed: %d, creds = %p", r,
-                static_cast<void*>(creds.get()));
-    return r;
-  }
-  return pid;
+  return QuerySenderPid(message, [](const char* step, int error, const void* creds) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", step, error, creds);
+  });
 }
 
 int GetSenderPath(int pid, char* path) {

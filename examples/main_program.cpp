@@ -8,33 +8,21 @@
 
 #include <spawn.h>
 #include <sys/wait.h>
-#include <systemd/sd-bus.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <iostream>
-#include <memory>
 #include <string>
+
+#include "utils/BrimletdClient.h"
 
 namespace {
 
-constexpr const char* kName = "com.tolvane.brimlet";
-constexpr const char* kPath = "/com/tolvane/brimlet";
-constexpr const char* kMethod = "brimletd";
+using Velmar::Utils::ExecuteByBrimletd;
+
 constexpr int kStartTries = 100;
 constexpr useconds_t kStartPauseUsec = 50000;
-
-struct BusCloser {
-  void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
-};
-using UniqueBus = std::unique_ptr<sd_bus, BusCloser>;
-
-UniqueBus OpenSystemBus() {
-  sd_bus* bus = nullptr;
-  sd_bus_open_system(&bus);
-  return UniqueBus(bus);
-}
 
 pid_t StartDaemon(char* path) {
   char* arguments[] = {path, nullptr};
@@ -42,43 +30,33 @@ pid_t StartDaemon(char* path) {
   return posix_spawn(&pid, path, nullptr, nullptr, arguments, environ) == 0 ? pid : -1;
 }
 
-bool HasName(sd_bus* bus) { return sd_bus_get_name_creds(bus, kName, 0, nullptr) >= 0; }
-
 bool HasEnded(pid_t pid) {
   siginfo_t info{};
   return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
          info.si_pid == pid;
 }
 
-// The daemon exports its method before it takes its name.
-bool WaitUntilReady(sd_bus* bus, pid_t daemon) {
-  for (int i = 0; i < kStartTries; ++i) {
-    if (HasName(bus)) {
+// Asks with a line that does nothing until there is an answer.
+bool WaitUntilReady(pid_t daemon) {
+  std::string result;
+  std::string error;
+  for (int i = 0; i < kStartTries && !HasEnded(daemon); ++i) {
+    if (ExecuteByBrimletd("true --search", result, error) >= 0) {
       return true;
-    }
-    if (HasEnded(daemon)) {
-      return false;
     }
     usleep(kStartPauseUsec);
   }
   return false;
 }
 
-std::string Call(sd_bus* bus, const std::string& line) {
-  sd_bus_error error{};
-  sd_bus_message* reply = nullptr;
-  std::string text;
-  const char* result = nullptr;
-  if (sd_bus_call_method(bus, kName, kPath, kName, kMethod, &error, &reply, "s", line.c_str()) >=
-          0 &&
-      sd_bus_message_read(reply, "s", &result) >= 0) {
-    text = result;
+void Send(const std::string& line) {
+  std::string result;
+  std::string error;
+  if (ExecuteByBrimletd(line, result, error) < 0) {
+    std::cout << "no reply: " << error << std::endl;
   } else {
-    text = std::string("no reply: ") + (error.message != nullptr ? error.message : "unreadable");
+    std::cout << result << std::endl;
   }
-  sd_bus_error_free(&error);
-  sd_bus_message_unref(reply);
-  return text;
 }
 
 int WaitForEnd(pid_t daemon) {
@@ -106,14 +84,16 @@ int main(int argc, char** argv) {
     return EXIT_FAILURE;
   }
   std::cout << "brimletd runs as process " << daemon << std::endl;
-  const UniqueBus bus = OpenSystemBus();
-  if (bus && WaitUntilReady(bus.get(), daemon)) {
+  // From now on replies of other processes are thrown away.
+  Velmar::Utils::SetBrimletdPid(daemon);
+  if (WaitUntilReady(daemon)) {
     std::cout << "ready" << std::endl;
-    std::string line;
-    while (std::getline(std::cin, line)) {
-      std::cout << Call(bus.get(), line) << std::endl;
+    for (std::string line; std::getline(std::cin, line);) {
+      Send(line);
     }
-    Call(bus.get(), "brimletd --exit");
+    std::string result;
+    std::string error;
+    ExecuteByBrimletd("brimletd --exit", result, error);
   }
   return WaitForEnd(daemon);
 }

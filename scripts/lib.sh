@@ -4,7 +4,7 @@
 # What is needed to build the daemon, and to start it on a private bus.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev libssl-dev)
 BUS_PACKAGES=(dbus-daemon systemd util-linux)
-TEST_PACKAGES=(libgtest-dev dbus-bin libglib2.0-bin)
+TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales)
 # What the longer checks of .ci/run need on top.
 CHECK_PACKAGES=(clang clang-tidy libclang-rt-14-dev)
 

@@ -1,0 +1,132 @@
+#include "utils/BrimletdClient.h"
+
+#include <systemd/sd-bus.h>
+
+#include <cstring>
+
+#include "common/LogStatement.h"
+#include "utils/Bus.h"
+
+namespace Velmar {
+
+std::int32_t g_brimletdPid = 0;
+
+namespace Utils {
+namespace {
+
+constexpr const char* kModule = "UTILS";
+// Both the well-known bus name and the name of the interface.
+constexpr const char* kBusName = "com.tolvane.brimlet";
+constexpr const char* kObjectPath = "/com/tolvane/brimlet";
+constexpr const char* kMethodName = "brimletd";
+constexpr std::uint64_t kCallTimeoutUsec = 5000000;
+constexpr const char* kTimeoutText = "Connection timed out";
+constexpr const char* kChineseTimeoutText = "连接超时";
+
+class BusError {
+ public:
+  BusError() = default;
+  BusError(const BusError&) = delete;
+  BusError& operator=(const BusError&) = delete;
+  ~BusError() { sd_bus_error_free(&mError); }
+
+  sd_bus_error* Get() { return &mError; }
+  [[nodiscard]] const char* Message() const {
+    return mError.message != nullptr ? mError.message : "";
+  }
+
+ private:
+  sd_bus_error mError{};
+};
+
+int ReadReply(sd_bus_message* reply, const std::string& command, std::string& result) {
+  const char* text = nullptr;
+  const int r = sd_bus_message_read(reply, "s", &text);
+  if (r < 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "sd_bus_message_read failed.");
+    return r;
+  }
+  if (text != nullptr) {
+    result = text;
+    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "sd_bus_message_read command = %s, r = %d, result = %s",
+                command.c_str(), r, result.c_str());
+  }
+  return r;
+}
+
+}  // namespace
+
+void SetBrimletdPid(int pid) { g_brimletdPid = pid; }
+
+int CreateBrimletdCall(sd_bus** bus, sd_bus_message** call, const std::string& command) {
+  int r = sd_bus_open_system(bus);
+  if (r < 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to connect to system bus: %s", std::strerror(-r));
+    return r;
+  }
+  r = sd_bus_message_new_method_call(*bus, call, kBusName, kObjectPath, kBusName, kMethodName);
+  if (r < 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to sd_bus_message_new_method_call r:%d", r);
+    return r;
+  }
+  r = sd_bus_message_append(*call, "s", command.c_str());
+  if (r < 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to sd_bus_message_append");
+  }
+  return r;
+}
+
+int GetReplySenderPid(sd_bus_message* reply) {
+  if (reply == nullptr) {
+    return -1;
+  }
+  return QuerySenderPid(reply, [](const char* step, int error, const void* creds) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", step, -error, creds);
+  });
+}
+
+int CallBrimletd(const std::string& command, std::string& result, std::string& errorMessage) {
+  const std::string line = command;  // the caller may pass one of the outputs
+  result.clear();
+  errorMessage.clear();
+  sd_bus* openedBus = nullptr;
+  sd_bus_message* madeCall = nullptr;
+  int r = CreateBrimletdCall(&openedBus, &madeCall, line);
+  const UniqueBus bus(openedBus);
+  const UniqueMessage call(madeCall);
+  if (r < 0) {
+    return r;
+  }
+  BusError error;
+  sd_bus_message* received = nullptr;
+  r = sd_bus_call(bus.get(), call.get(), kCallTimeoutUsec, error.Get(), &received);
+  const UniqueMessage reply(received);
+  if (r < 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to call method, reason: %s", error.Message());
+    errorMessage = error.Message();
+    return r;
+  }
+  const int sender = GetReplySenderPid(reply.get());
+  if (sender != g_brimletdPid) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to msg reply id: %d != brimletd pid %d", sender,
+                g_brimletdPid);
+    return r;
+  }
+  return ReadReply(reply.get(), line, result);
+}
+
+int ExecuteByBrimletd(const std::string& command, std::string& result, std::string& errorMessage) {
+  const int r = CallBrimletd(command, result, errorMessage);
+  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "execute popoen result, ret:%d result:%s errorMessage:%s",
+              r, result.c_str(), errorMessage.c_str());
+  if (r < 0 && (errorMessage == kTimeoutText || errorMessage == kChineseTimeoutText)) {
+    BRIMLET_LOG(LOG_LEVEL_WARNING, kModule,
+                "popoen error, please retry orvix, result:%s, errormessage:%s", result.c_str(),
+                errorMessage.c_str());
+    errorMessage = kTimeoutText;
+  }
+  return r;
+}
+
+}  // namespace Utils
+}  // namespace Velmar
