@@ -1,0 +1,38 @@
+# Installation: the daemon, the library with its headers, and what other projects find it by.
+
+include(CMakePackageConfigHelpers)
+
+set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/brimlet")
+
+install(TARGETS brimletd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(TARGETS brimlet EXPORT brimletTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+foreach(header IN ITEMS
+    common/BoundsChecked.h common/ErrorCode.h common/Logger.h common/RandomCode.h
+    common/Singleton.h common/UniqueFd.h
+    storage/DirOperator.h storage/FileOperator.h storage/IniParser.h
+    utils/BrimletdClient.h utils/CommandOutput.h utils/Split.h utils/Validators.h)
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/brimlet/${folder})
+endforeach()
+
+install(EXPORT brimletTargets NAMESPACE Brimlet:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/brimletConfig.cmake.in brimletConfig.cmake
+  INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(brimletConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES
+  "${CMAKE_CURRENT_BINARY_DIR}/brimletConfig.cmake"
+  "${CMAKE_CURRENT_BINARY_DIR}/brimletConfigVersion.cmake"
+  DESTINATION ${package_dir})
+
+cmake_path(APPEND BRIMLET_PC_LIBDIR "\${prefix}" "${CMAKE_INSTALL_LIBDIR}")
+cmake_path(APPEND BRIMLET_PC_INCLUDEDIR "\${prefix}" "${CMAKE_INSTALL_INCLUDEDIR}")
+# A program that links the static library links what that needs, too.
+set(BRIMLET_PC_REQUIRES "Requires:")
+if(BUILD_SHARED_LIBS)
+  set(BRIMLET_PC_REQUIRES "Requires.private:")
+endif()
+configure_file(cmake/brimlet.pc.in brimlet.pc @ONLY)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/brimlet.pc"
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,90 @@
+#!/usr/bin/env bash
+# Installs the library into a temporary prefix, as a static and as a shared one, and builds and runs a
+# program from there: through the CMake package, through pkg-config, and with each header alone.
+#
+#   install_test.sh SOURCE-FOLDER COMPILER
+set -euo pipefail
+
+source=$1
+compiler=$2
+folder=$(mktemp -d "${TMPDIR:-/tmp}/brimlet-install-XXXXXX")
+trap 'rm -rf "$folder"' EXIT
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+# quietly COMMAND...: shows what a command prints only if it fails.
+quietly() {
+  "$@" >"$folder/output" 2>&1 || {
+    cat "$folder/output" >&2
+    fail "$*"
+  }
+}
+
+install_library() { # SHARED
+  quietly cmake -S "$source" -B "$folder/build" -G Ninja -D CMAKE_CXX_COMPILER="$compiler" \
+    -D BUILD_SHARED_LIBS="$1" -D BRIMLET_BUILD_TESTS=OFF -D BRIMLET_BUILD_EXAMPLES=OFF \
+    -D CMAKE_INSTALL_PREFIX="$prefix" -D CMAKE_INSTALL_LIBDIR=lib
+  quietly cmake --build "$folder/build"
+  quietly cmake --install "$folder/build"
+}
+
+check_cmake_package() {
+  quietly cmake -S "$source/tests/consumer" -B "$folder/consumer" -G Ninja \
+    -D CMAKE_CXX_COMPILER="$compiler" -D CMAKE_PREFIX_PATH="$prefix"
+  quietly cmake --build "$folder/consumer"
+  quietly "$folder/consumer/consumer" "$folder/log"
+  rm -rf "$folder/consumer" "$folder/log"
+  if cmake -S "$source/tests/consumer" -B "$folder/consumer" -G Ninja \
+    -D CMAKE_CXX_COMPILER="$compiler" -D CMAKE_PREFIX_PATH="$prefix" \
+    -D BRIMLET_WANTED=2.0 >/dev/null 2>&1; then
+    fail "another major version is taken for this one"
+  fi
+  rm -rf "$folder/consumer"
+}
+
+check_pkg_config() {
+  local -a cflags libs
+  export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+  read -ra cflags < <(pkg-config --cflags brimlet)
+  read -ra libs < <(pkg-config --libs brimlet)
+  quietly "$compiler" -std=c++20 "${cflags[@]}" "$source/tests/consumer/consumer.cpp" \
+    -o "$folder/plain" "${libs[@]}" "-Wl,-rpath,$prefix/lib"
+  quietly "$folder/plain" "$folder/log"
+  rm "$folder/log"
+}
+
+check_headers() {
+  local header
+  while read -r header; do
+    echo "#include <$header>" >"$folder/header.cpp"
+    quietly "$compiler" -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only \
+      -I "$prefix/include" "$folder/header.cpp"
+  done < <(cd "$prefix/include" && find brimlet -name '*.h')
+}
+
+check_exports() {
+  local library=$prefix/lib/libbrimlet.so name foreign
+  [ "$(readlink "$library")" = libbrimlet.so.1 ] || fail "no versioned name"
+  readelf -d "$library" | grep -q 'SONAME.*libbrimlet.so.1]' || fail "no versioned SONAME"
+  foreign=$(nm -DC --defined-only "$library" | cut -d' ' -f3- |
+    grep -vE '^(BRIMLET_1|(guard variable for )?Velmar::)' || true)
+  [ -z "$foreign" ] || fail "exported, but nobody's business: $foreign"
+  for name in UniqueFd WriteAll CommandPipe SourceName BusReleaser Unique LineReader; do
+    ! nm -DC --defined-only "$library" | grep -q "$name" || fail "internal name exported: $name"
+  done
+  # The daemon has to load neither the shared library nor what that needs.
+  ! readelf -d "$prefix/sbin/brimletd" | grep -E 'NEEDED.*lib(brimlet|crypto)' || fail "daemon"
+}
+
+for shared in OFF ON; do
+  prefix=$folder/prefix-$shared
+  install_library $shared
+  check_cmake_package
+  check_pkg_config
+done
+check_headers
+check_exports
+echo "installed and used both ways"
