@@ -109,16 +109,17 @@ UniqueFd CreateOldGeneration(const std::string& path) {
   return fd;
 }
 
-// Copies the first `size` bytes of a file, or as much as can be copied.
-void CopyContent(int from, int to, off_t size) {
-  off_t done = 0;
-  while (done < size &&
-         copy_file_range(from, &done, to, nullptr, static_cast<std::size_t>(size - done), 0) > 0) {
+// Copies the bytes from `done` to `end` to the same place, or as much as can be copied.
+void CopyRange(int from, int to, off_t done, off_t end) {
+  off_t written = done;
+  while (done < end &&
+         copy_file_range(from, &done, to, &written, static_cast<std::size_t>(end - done), 0) > 0) {
   }
   // Not every file system copies by itself.
   std::array<char, 65536> block;
-  while (done < size) {
-    const auto wanted = std::min(block.size(), static_cast<std::size_t>(size - done));
+  lseek(to, done, SEEK_SET);
+  while (done < end) {
+    const auto wanted = std::min(block.size(), static_cast<std::size_t>(end - done));
     const ssize_t got = pread(from, block.data(), wanted, done);
     if (got <= 0) {
       return;
@@ -129,6 +130,18 @@ void CopyContent(int from, int to, off_t size) {
     }
     done += got;
   }
+}
+
+// Copies a file of `size` bytes. Holes stay holes: a file of some terabytes that takes no room, put
+// in the log's place before it was opened, must not be given any.
+void CopyContent(int from, int to, off_t size) {
+  off_t hole = 0;
+  for (off_t data = lseek(from, 0, SEEK_DATA); data >= 0 && data < size;
+       data = lseek(from, hole, SEEK_DATA)) {
+    hole = std::min(lseek(from, data, SEEK_HOLE), size);
+    CopyRange(from, to, data, hole);
+  }
+  static_cast<void>(ftruncate(to, size));
 }
 
 void FormatAndWrite(int level, const char* module, const char* file, const char* format,
@@ -146,6 +159,10 @@ void FormatAndWrite(int level, const char* module, const char* file, const char*
 }
 
 }  // namespace
+
+Logger::Logger() = default;
+
+Logger::~Logger() = default;
 
 void Logger::Init(const std::string& path) {
   mFilePath = path;

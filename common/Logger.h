@@ -38,6 +38,12 @@ enum LogLevel : int {
 // that is put there later, makes the logger touch another file, wait, or copy foreign data.
 class Logger {
  public:
+  Logger();
+  Logger(const Logger&) = delete;
+  Logger& operator=(const Logger&) = delete;
+  // Closes the file.
+  ~Logger();
+
   // Opens the log file at `path`, made with mode 0600 if missing; an existing file is appended to
   // and gets mode 0600. Its folder must exist. What stands at the path is cleared first:
   //   - a symbolic link of any kind is unlinked; what it points to is not touched;
@@ -56,7 +62,8 @@ class Logger {
   //
   // Writes nothing when `level` is LOG_LEVEL_DEBUG or lower, when the message has more than 4095
   // characters or cannot be formatted, when a pointer is null, and when no file is open. A line
-  // that the file system refuses (a full disk) is dropped whole, and the next one is tried again.
+  // that the file system refuses (a full disk) is dropped whole, and the next one is tried again;
+  // but a process that has a limit on the size of files and lets its signal take effect ends there.
   //
   // When the file has passed 33554432 bytes (32 MiB) before a line, its content first moves to the
   // path followed by ".old", mode 0600, in place of what was there, and the file starts empty.

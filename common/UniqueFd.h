@@ -1,8 +1,6 @@
 // Ownership of one file descriptor. Installed for Logger.h; not part of the interface.
 #pragma once
 
-#include <unistd.h>
-
 #include <utility>
 
 namespace Velmar {
@@ -23,12 +21,8 @@ class UniqueFd {
   [[nodiscard]] int Get() const { return mFd; }
   [[nodiscard]] bool IsOpen() const { return mFd >= 0; }
   [[nodiscard]] int Release() { return std::exchange(mFd, -1); }
-  void Reset(int fd = -1) {
-    const int old = std::exchange(mFd, fd);
-    if (old >= 0) {
-      close(old);
-    }
-  }
+  // Closes the descriptor held and takes another one.
+  void Reset(int fd = -1);
 
  private:
   int mFd = -1;

@@ -15,7 +15,7 @@ namespace {
 constexpr const char* kModule = "ORVIX_BRIMLETD";
 constexpr std::size_t kLinkNameSize = 256;
 
-// One byte longer than what is ever read into it, so that the path is terminated.
+// Longer than what is ever read into it, so that the path is terminated.
 using PathBuffer = std::array<char, kMaxSenderPathLength + 2>;
 
 }  // namespace

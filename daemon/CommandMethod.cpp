@@ -87,6 +87,9 @@ Outcome Execute(sd_bus_message* message, const char* command) {
                 command);
     return Refuse(message, kExecuteFailedReply, -1);
   }
+  if (std::strlen(command) >= kMaxCommandSize) {
+    return Refuse(message, kExecuteFailedReply, -1);
+  }
   Utils::CommandPipe pipe(command);
   if (!pipe.IsOpen()) {
     return Refuse(message, kExecuteFailedReply, -1);

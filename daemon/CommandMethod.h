@@ -18,6 +18,10 @@ inline constexpr const char* kExecuteFailedReply = "ExecutePopen failed!";
 // A command's output has to be shorter than this, in bytes.
 inline constexpr std::size_t MAX_BUF_SIZE = 102400;
 
+// A line has to be shorter than this, in bytes: 32 pages of 4 KiB, what a kernel with such pages
+// takes as one argument of a program, here the shell. With larger pages it is refused all the same.
+inline constexpr std::size_t kMaxCommandSize = 131072;
+
 // Handles one call of the method:
 //   - the caller is not admitted: replies kAuthFailedReply, and the argument is not even read;
 //   - the argument cannot be read as one string: does not reply;
@@ -39,10 +43,10 @@ int HandleBrimletdCall(sd_bus_message* message, void* userdata, sd_bus_error* er
 // longer one) a zero byte hides the rest of the piece.
 //
 // Returns the result of sending the output (negative for output that is no valid UTF-8: nothing is
-// sent then). Returns -1 after kExecuteFailedReply: the policy refuses the line, the shell cannot
-// be started, the output is MAX_BUF_SIZE bytes or longer or begins with a zero byte. Returns the
-// positive error code after the same reply when a piece of output cannot be copied. There is no
-// time limit.
+// sent then). Returns -1 after kExecuteFailedReply: the policy refuses the line, it has
+// kMaxCommandSize bytes or more, the shell cannot be started, the output is MAX_BUF_SIZE bytes or
+// longer or begins with a zero byte. Returns the positive error code after the same reply when a
+// piece of output cannot be copied. There is no time limit.
 int ExecutePopen(sd_bus_message* message, const char* command);
 
 }  // namespace Velmar

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "common/Logger.h"
@@ -36,9 +37,13 @@ void CloseOthersOnExec() {
     return;
   }
   // Kernels before 5.11.
-  const int end = getdtablesize();
-  for (int fd = kFirst; fd < end; ++fd) {
-    fcntl(fd, F_SETFD, FD_CLOEXEC);
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
+    const int fd =
+        std::atoi(entry.path().filename().c_str());  // NOLINT(cert-err34-c): the kernel's
+    if (fd >= kFirst) {
+      fcntl(fd, F_SETFD, FD_CLOEXEC);
+    }
   }
 }
 

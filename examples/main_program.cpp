@@ -6,11 +6,13 @@
 // The daemon accepts it as its parent and as a caller only at the main program's installed path.
 // The exit status is the daemon's.
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <string>
@@ -24,10 +26,17 @@ using Velmar::Utils::ExecuteByBrimletd;
 constexpr int kStartTries = 100;
 constexpr useconds_t kStartPauseUsec = 50000;
 
+// The daemon and all of its commands inherit standard input, output and error: commands must not
+// read what is meant for this program.
 pid_t StartDaemon(char* path) {
   char* arguments[] = {path, nullptr};
   pid_t pid = -1;
-  return posix_spawn(&pid, path, nullptr, nullptr, arguments, environ) == 0 ? pid : -1;
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  const int result = posix_spawn(&pid, path, &actions, nullptr, arguments, environ);
+  posix_spawn_file_actions_destroy(&actions);
+  return result == 0 ? pid : -1;
 }
 
 bool HasEnded(pid_t pid) {
@@ -94,6 +103,8 @@ int main(int argc, char** argv) {
     std::string result;
     std::string error;
     ExecuteByBrimletd("brimletd --exit", result, error);
+  } else {
+    kill(daemon, SIGTERM);
   }
   return WaitForEnd(daemon);
 }

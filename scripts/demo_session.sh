@@ -61,7 +61,12 @@ start_main() {
   exec {to_main}>"$folder/to_main" {from_main}<"$folder/from_main"
   read -r started <&"$from_main"
   daemon_pid=${started##* }
-  read -r ready <&"$from_main" && [ "$ready" = ready ]
+  read -r ready <&"$from_main" || true
+  if [ "$ready" != ready ]; then
+    echo "The daemon did not get ready: $ready" >&2
+    cat "$folder/stderr" "$folder/bus.log" "$folder"/home/Brimlet/log/* >&2
+    exit 1
+  fi
 }
 
 # kill_tree PID: ends a process and what it has started, down to a command that still runs.

@@ -5,8 +5,9 @@
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev libssl-dev)
 BUS_PACKAGES=(dbus-daemon systemd util-linux)
 TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales)
-# What the longer checks of .ci/run need on top.
-CHECK_PACKAGES=(clang clang-tidy libclang-rt-14-dev)
+# What the presets that build with Clang need on top, and what the checks of .ci/run do.
+CLANG_PACKAGES=(clang libclang-rt-14-dev)
+CHECK_PACKAGES=(clang-tidy)
 
 # install_missing PACKAGE...: installs those that are not there. Asks nothing.
 install_missing() {

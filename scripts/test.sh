@@ -8,5 +8,9 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
+preset=${1:-release}
 install_missing "${BUILD_PACKAGES[@]}" "${BUS_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
-build_and_test "${1:-release}"
+case $preset in
+  clang | *san*) install_missing "${CLANG_PACKAGES[@]}" ;;
+esac
+build_and_test "$preset"

@@ -126,6 +126,8 @@ int FileOperator::WriteFile(const std::string& path, const std::string& content,
   // What cannot be positioned (a FIFO at the path) is not written at the wrong place.
   if (lseek(fd.Get(), static_cast<off_t>(offset), SEEK_SET) >= 0) {
     WriteAll(fd.Get(), content);
+  } else if (mode == "ate") {
+    return WRITE_FILE_FAILED;
   }
   return fchmod(fd.Get(), permission) == 0 ? ACTION_SUCCESS : WRITE_FILE_FAILED;
 }

@@ -74,8 +74,7 @@ TEST_F(CallerAuthTest, RefusesEveryOtherPath) {
   EXPECT_EQ(CallAs(link), "s \"auth failed\"\n");
   EXPECT_EQ(TakeLog(), Refusal(busctl));
 
-  // A link at the admitted path itself; the daemon's parent must stand there at each parent check,
-  // which comes only after a wait, so the name is given back before the daemon can look.
+  // A link at the admitted path itself.
   fs::rename(kCorePath, kept);
   fs::create_symlink(busctl, kCorePath);
   EXPECT_EQ(CallAs(kCorePath), "s \"auth failed\"\n");

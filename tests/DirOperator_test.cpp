@@ -175,32 +175,32 @@ TEST_F(DirOperatorTest, StopsAtAPathOfMoreThan4095Characters) {
   fs::current_path(start);
 }
 
-// A folder in the tree and a link to a foreign folder change places as fast as they can.
+// Folders in the tree and links to a foreign folder change places as fast as they can. There are
+// many, so that most are exchanged after the directory was read and before their turn has come.
 TEST_F(DirOperatorTest, NeverFollowsAFolderSwappedForALink) {
+  constexpr int kCount = 50;
   const std::string outside = mFolder / "outside";
-  const std::string tree = mFolder / "tree";
+  const auto victim = [&](int i) { return mFolder / "tree/" + std::to_string(i); };
+  const auto link = [&](int i) { return mFolder / std::to_string(i); };
   fs::create_directories(outside + "/sub");
   WriteWhole(outside + "/sub/canary", "");
-  WriteWhole(outside + "/canary", "");
   std::atomic<bool> isDone = false;
   std::thread swapper([&] {
-    const std::string victim = tree + "/victim";
-    const std::string link = mFolder / "link";
-    while (!isDone) {
-      renameat2(AT_FDCWD, victim.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE);
+    for (int i = 0; !isDone; i = (i + 1) % kCount) {
+      renameat2(AT_FDCWD, victim(i).c_str(), AT_FDCWD, link(i).c_str(), RENAME_EXCHANGE);
     }
   });
-  for (int round = 0; round < 2000; ++round) {
-    std::error_code ignored;
-    fs::create_directories(tree + "/victim/sub", ignored);
-    if (!fs::is_symlink(mFolder / "link", ignored)) {
-      fs::create_directory_symlink(outside, mFolder / "link", ignored);
+  for (int round = 0; round < 200; ++round) {
+    for (int i = 0; i < kCount; ++i) {
+      std::error_code ignored;
+      fs::create_directories(victim(i), ignored);
+      fs::remove(link(i), ignored);
+      fs::create_directory_symlink(outside, link(i), ignored);
     }
-    mDirs.RemoveDir(tree);
+    mDirs.RemoveDir(mFolder / "tree");
   }
   isDone = true;
   swapper.join();
-  EXPECT_TRUE(fs::exists(outside + "/canary"));
   EXPECT_TRUE(fs::exists(outside + "/sub/canary"));
 }
 

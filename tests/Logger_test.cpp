@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -201,10 +203,30 @@ TEST_F(LoggerTest, MakesTheOldGenerationAnewWhateverStandsThere) {
     EXPECT_EQ(ReadWhole(mCanary), "canary") << c.what;
     if (c.isKept) {
       EXPECT_EQ(fs::file_size(mOld), kRotationBound + 1) << c.what;
+      struct stat status {};
+      EXPECT_EQ(stat(mOld.c_str(), &status), 0);
+      EXPECT_LT(status.st_blocks, 100) << "holes were given room: " << c.what;
       EXPECT_EQ(ModeOf(mOld), S_IFREG | 0600U) << c.what;
     }
     fs::remove(mOld);
   }
+}
+
+// As on a full disk: the first line fits in part, which is taken back, and once there is room the
+// log goes on.
+TEST_F(LoggerTest, DropsALineWholeWhereOnlyAPartFindsRoom) {
+  mLogger.Init(mPath);
+  mLogger.Write(2, "Unit", 1, "UTILS", "before");
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit old{};
+  getrlimit(RLIMIT_FSIZE, &old);
+  const rlimit small = {100, old.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  mLogger.Write(2, "Unit", 1, "UTILS", "%s", std::string(200, 'x').c_str());
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &old), 0);
+  std::signal(SIGXFSZ, handler);
+  mLogger.Write(2, "Unit", 1, "UTILS", "after");
+  EXPECT_EQ(Logged(mPath), (Lines{"[INFO] [Unit] UTILS: before", "[INFO] [Unit] UTILS: after"}));
 }
 
 TEST_F(LoggerTest, TakesTheSizeFromItsOwnFileAndNotFromThePath) {

@@ -86,14 +86,14 @@ int GetReplySenderPid(sd_bus_message* reply) {
 }
 
 int CallBrimletd(const std::string& command, std::string& result, std::string& errorMessage) {
-  const std::string line = command;  // the caller may pass one of the outputs
-  result.clear();
-  errorMessage.clear();
   sd_bus* openedBus = nullptr;
   sd_bus_message* madeCall = nullptr;
-  int r = CreateBrimletdCall(&openedBus, &madeCall, line);
+  int r = CreateBrimletdCall(&openedBus, &madeCall, command);
   const UniqueBus bus(openedBus);
   const UniqueMessage call(madeCall);
+  // Not before the command was used: the caller may have passed one of them as the command, too.
+  result.clear();
+  errorMessage.clear();
   if (r < 0) {
     return r;
   }
@@ -112,7 +112,7 @@ int CallBrimletd(const std::string& command, std::string& result, std::string& e
                 g_brimletdPid);
     return r;
   }
-  return ReadReply(reply.get(), line, result);
+  return ReadReply(reply.get(), command, result);
 }
 
 int ExecuteByBrimletd(const std::string& command, std::string& result, std::string& errorMessage) {
