@@ -4,6 +4,8 @@
 
 #include <array>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 #include "common/BoundsChecked.h"
 #include "common/LogStatement.h"
@@ -17,6 +19,28 @@ constexpr std::size_t kLinkNameSize = 256;
 
 // Longer than what is ever read into it, so that the path is terminated.
 using PathBuffer = std::array<char, kMaxSenderPathLength + 2>;
+
+// A path as it stands in a log line. Everybody may run an executable whose name holds line feeds:
+// written as it is, it would forge lines of the log.
+std::string EscapeControlBytes(std::string_view path) {
+  constexpr std::string_view kHexDigits = "0123456789abcdef";
+  std::string escaped;
+  for (const char c : path) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == '\n') {
+      escaped.append("\\n");
+    } else if (c == '\r') {
+      escaped.append("\\r");
+    } else if (c == '\t') {
+      escaped.append("\\t");
+    } else if (byte < 0x20 || byte == 0x7f) {
+      escaped.append("\\x").append(1, kHexDigits[byte / 16]).append(1, kHexDigits[byte % 16]);
+    } else {
+      escaped.append(1, c);
+    }
+  }
+  return escaped;
+}
 
 }  // namespace
 
@@ -61,7 +85,8 @@ int CheckAuth(sd_bus_message* message) {
       std::strcmp(path.data(), kBrimletMainPath) == 0) {
     return 1;
   }
-  BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "CheckAuth path:%s failed!", path.data());
+  BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "CheckAuth path:%s failed!",
+              EscapeControlBytes(path.data()).c_str());
   return -1;
 }
 
@@ -75,7 +100,8 @@ int CheckParent(int pid) {
   if (std::strcmp(path.data(), kBrimletMainPath) == 0) {
     return 1;
   }
-  BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "CheckParent path:%s failed!", path.data());
+  BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "CheckParent path:%s failed!",
+              EscapeControlBytes(path.data()).c_str());
   return -1;
 }
 

@@ -1,8 +1,9 @@
 // Who may call the daemon, and who may be its parent: decided by the executable that the kernel
 // reports for a process, an absolute path that has to be equal to an admitted one in full.
 //
-// Nothing is kept between calls: every decision reads the executable anew. For use by the daemon's
-// one thread.
+// Nothing is kept between calls: every decision reads the executable anew. A path that is refused is
+// logged with its control bytes (below 0x20, and 0x7f) written as \n, \r, \t and \x1b. For use by
+// the daemon's one thread.
 #pragma once
 
 #include <cstddef>

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -47,9 +48,20 @@ void CloseOthersOnExec() {
   }
 }
 
+// What the parent process ignores or blocks is its own affair: commands start as from a shell.
+void ResetSignals() {
+  for (int number = 1; number < NSIG; ++number) {
+    signal(number, SIG_DFL);
+  }
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 }  // namespace
 
 int main() {
+  ResetSignals();
   if (!OpenStandardDescriptors()) {
     return EXIT_FAILURE;
   }

@@ -104,6 +104,19 @@ TEST_F(BusServiceTest, GivesCommandsThreeDescriptorsWhateverItWasStartedWith) {
   }
 }
 
+TEST_F(BusServiceTest, PassesNoSignalSettingsOnFromItsParent) {
+  Daemon daemon(Script(
+      "launch",
+      "exec env --ignore-signal=HUP,CHLD,PIPE,USR1 --block-signal=TERM,CHLD,USR2 " + kDaemonPath));
+  for (const char* const kind : {"SigBlk", "SigIgn"}) {
+    const std::string show = std::string("grep${IFS}") + kind + "${IFS}/proc/self/status;: --add";
+    const std::string mask = Caller().Call(show).substr(sizeof "SigBlk:");
+    // The C library keeps what lies above for itself.
+    EXPECT_EQ(std::stoul(mask, nullptr, 16) & 0x7fffffffU, 0U) << kind << mask;
+  }
+  EXPECT_EQ(Caller().Call("yes;: --add"), "ExecutePopen failed!");
+}
+
 TEST_F(BusServiceTest, DoesNotGrow) {
   Daemon daemon;
   Caller caller;

@@ -63,11 +63,17 @@ TEST_F(CallerAuthTest, RefusesEveryOtherPath) {
   const std::string folder = fs::path(kMainPath).parent_path();
   const std::string kept = mHome / "kept";
   Daemon daemon;
-  for (const std::string& path : {folder + "/Brimlet2", folder + "/brimlet", folder + "/Brimle",
-                                  mHome / "OrvixCore", mHome / "two\nlines"}) {
+  for (const std::string& path :
+       {folder + "/Brimlet2", folder + "/brimlet", folder + "/Brimle", mHome / "OrvixCore"}) {
     fs::copy_file(busctl, path);
     EXPECT_EQ(CallAs(path), "s \"auth failed\"\n") << path;
   }
+  const std::string forged = "x\n[ERROR] \r\t\x1b[1m\x01\x7f\\ \xc3\xa9";
+  fs::copy_file(busctl, mHome / forged);
+  TakeLog();
+  EXPECT_EQ(CallAs(mHome / forged), "s \"auth failed\"\n");
+  EXPECT_EQ(TakeLog(), Refusal(mHome / "x\\n[ERROR] \\r\\t\\x1b[1m\\x01\\x7f\\ \xc3\xa9"));
+
   const std::string link = folder + "/link";
   fs::create_symlink(busctl, link);
   TakeLog();

@@ -97,6 +97,15 @@ void WaitUntilIdle() {
   sd_bus_flush_close_unref(bus);
 }
 
+// Its connection outlives the executable, and with it the name that the daemon asks the bus about.
+void SendAndBecomeCore(const std::string& line) {
+  Caller caller;
+  caller.Send(line);
+  fcntl(sd_bus_get_fd(caller.Get()), F_SETFD, 0);
+  std::cout << "sent" << std::endl;
+  execl(kCorePath.c_str(), kCorePath.c_str(), "--call-at-end", "echo --add", nullptr);
+}
+
 }  // namespace
 
 bool Eventually(const std::function<bool()>& condition) {
@@ -221,6 +230,7 @@ void Caller::Send(const std::string& line) {
                             kCallTimeoutUsec) >= 0,
           "send");
   sd_bus_message_unref(call);
+  sd_bus_flush(mBus);
 }
 
 int Caller::OnReply(sd_bus_message* reply, void* request, sd_bus_error* /*error*/) {
@@ -338,16 +348,22 @@ std::string BusTest::Script(const std::string& name, const std::string& body) co
 }  // namespace BrimletTest
 
 // With "--call-at-end LINE": makes one call once its standard input ends, and prints the reply.
+// With
+// "--send-and-become-core LINE": sends a call and executes the casting engine, still connected.
 int main(int argc, char** argv) {
   using namespace BrimletTest;
-  if (std::filesystem::read_symlink("/proc/self/exe") != kCorePath) {
-    BecomeCore(argv);
+  const std::string mode = argc == 3 ? argv[1] : "";
+  if (mode == "--send-and-become-core") {
+    SendAndBecomeCore(argv[2]);
   }
-  if (argc == 3 && std::string(argv[1]) == "--call-at-end") {
+  if (mode == "--call-at-end") {
     while (std::cin.get() != EOF) {
     }
     std::cout << Caller().Call(argv[2]) << std::endl;
     return 0;
+  }
+  if (std::filesystem::read_symlink("/proc/self/exe") != kCorePath) {
+    BecomeCore(argv);
   }
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   testing::InitGoogleTest(&argc, argv);
