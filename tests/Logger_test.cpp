@@ -91,48 +91,80 @@ TEST(FreeLogFunctions, WriteWithLineNumber0ThroughTheProcessLogger) {
   LogInfo("M", "f", "to a fresh logger, which has no file");
 }
 
-// Whatever stands at the path, nothing outside of it may change, and nothing may block.
-TEST_F(LoggerTest, ClearsTheLogPathWithoutTouchingAnythingElse) {
-  const std::string folder = mFolder / "folder";
-  fs::create_directory(folder);
-  const struct {
+// Whatever stands at the path of the log or of its old generation, and however large the log is,
+// nothing outside of these paths may change, and nothing may block.
+class ObstacleTest : public LoggerTest {
+ protected:
+  struct Obstacle {
     const char* what;
     std::function<void(const std::string&)> put;
-    bool isLogged;
-  } cases[] = {
-      {"nothing", [](const std::string&) {}, true},
-      {"a link to a file", [&](const std::string& p) { fs::create_symlink(mCanary, p); }, true},
-      {"a link to a folder", [&](const std::string& p) { fs::create_symlink(folder, p); }, true},
-      {"a link to nothing", [&](const std::string& p) { fs::create_symlink(mPath + "x", p); },
-       true},
-      {"a link to a device", [](const std::string& p) { fs::create_symlink("/dev/null", p); },
-       true},
-      {"a folder", [](const std::string& p) { fs::create_directories(p + "/a/b"); }, true},
-      {"a FIFO", [](const std::string& p) { mkfifo(p.c_str(), 0644); }, false},
-      {"a hard link", [&](const std::string& p) { fs::create_hard_link(mCanary, p); }, false},
-      {"a wide open file",
-       [](const std::string& p) {
-         WriteWhole(p, "");
-         chmod(p.c_str(), 0666);
-       },
-       true},
+    bool isLogCleared, isOldCleared;  // in place of it stands a file of the logger's own then
   };
-  for (const auto& c : cases) {
+
+  ObstacleTest() {
+    fs::create_directory(mOutside);
+    WriteWhole(mOutside + "/content", "canary");
     WriteWhole(mCanary, "canary");
     chmod(mCanary.c_str(), 0644);
-    WriteWhole(folder + "/content", "canary");
-    c.put(mPath);
+  }
+
+  void ExpectNothingChangedOutside(const char* what) const {
+    EXPECT_EQ(ReadWhole(mCanary), "canary") << what;
+    EXPECT_EQ(ModeOf(mCanary), S_IFREG | 0644U) << what;
+    EXPECT_EQ(ReadWhole(mOutside + "/content"), "canary") << what;
+    EXPECT_FALSE(fs::exists(mNowhere)) << what;
+  }
+
+  static Lines OnlyLine() { return {"[ERROR] [Unit] UTILS: line"}; }
+
+  std::string mOutside = mFolder / "outside";
+  std::string mNowhere = mFolder / "nowhere";
+  const std::vector<Obstacle> mObstacles = {
+      {"nothing", [](const auto&) {}, true, true},
+      {"a link to a file", [&](const auto& p) { fs::create_symlink(mCanary, p); }, true, true},
+      {"a link to a folder", [&](const auto& p) { fs::create_symlink(mOutside, p); }, true, true},
+      {"a link to nothing", [&](const auto& p) { fs::create_symlink(mNowhere, p); }, true, true},
+      {"a link to a device", [](const auto& p) { fs::create_symlink("/dev/null", p); }, true, true},
+      {"a folder", [](const auto& p) { fs::create_directories(p + "/a/b"); }, true, false},
+      {"a FIFO", [](const auto& p) { mkfifo(p.c_str(), 0644); }, false, true},
+      {"a hard link", [&](const auto& p) { fs::create_hard_link(mCanary, p); }, false, true},
+      {"a file of everybody's",
+       [](const auto& p) { WriteWhole(p, ""), fs::permissions(p, fs::perms(0666)); }, true, true},
+  };
+};
+
+TEST_F(ObstacleTest, AtTheLogIsClearedOrLeftAlone) {
+  for (const Obstacle& obstacle : mObstacles) {
+    obstacle.put(mPath);
     mLogger.Init(mPath);
     mLogger.Write(4, "Unit", 1, "UTILS", "line");
-    if (c.isLogged) {
-      EXPECT_EQ(Logged(mPath), Lines{"[ERROR] [Unit] UTILS: line"}) << c.what;
-      EXPECT_EQ(ModeOf(mPath), S_IFREG | 0600U) << c.what;
+    ExpectNothingChangedOutside(obstacle.what);
+    if (obstacle.isLogCleared) {
+      EXPECT_EQ(Logged(mPath), OnlyLine()) << obstacle.what;
+      EXPECT_EQ(ModeOf(mPath), S_IFREG | 0600U) << obstacle.what;
     }
-    EXPECT_EQ(ReadWhole(mCanary), "canary") << c.what;
-    EXPECT_EQ(ModeOf(mCanary), S_IFREG | 0644U) << c.what;
-    EXPECT_EQ(ReadWhole(folder + "/content"), "canary") << c.what;
-    EXPECT_FALSE(fs::exists(mPath + "x")) << c.what;
     fs::remove(mPath);
+  }
+  EXPECT_EQ(fs::hard_link_count(mCanary), 1U);
+}
+
+TEST_F(ObstacleTest, AtTheOldGenerationGivesWayToANewFile) {
+  for (const Obstacle& obstacle : mObstacles) {
+    obstacle.put(mOld);
+    WriteWhole(mPath, "");
+    fs::resize_file(mPath, kRotationBound + 1);
+    mLogger.Init(mPath);
+    mLogger.Write(4, "Unit", 1, "UTILS", "line");
+    ExpectNothingChangedOutside(obstacle.what);
+    EXPECT_EQ(Logged(mPath), OnlyLine()) << obstacle.what;
+    struct stat status {};
+    ASSERT_EQ(lstat(mOld.c_str(), &status), 0) << obstacle.what;
+    if (obstacle.isOldCleared) {
+      EXPECT_EQ(status.st_mode, S_IFREG | 0600U) << obstacle.what;
+      EXPECT_EQ(status.st_size, kRotationBound + 1) << obstacle.what;
+      EXPECT_LT(status.st_blocks, 100) << "holes were given room: " << obstacle.what;
+    }
+    fs::remove_all(mOld);
   }
 }
 
@@ -178,38 +210,6 @@ TEST_F(LoggerTest, RotatesBeforeTheFirstLineBehindTheBound) {
   ASSERT_EQ(stat(mPath.c_str(), &after), 0);
   EXPECT_EQ(after.st_ino, before.st_ino);
   EXPECT_EQ(ModeOf(mPath), S_IFREG | 0600U);
-}
-
-TEST_F(LoggerTest, MakesTheOldGenerationAnewWhateverStandsThere) {
-  const struct {
-    const char* what;
-    std::function<void(const std::string&)> put;
-    bool isKept;
-  } cases[] = {
-      {"an older generation", [](const std::string& p) { WriteWhole(p, "older"); }, true},
-      {"a link", [&](const std::string& p) { fs::create_symlink(mCanary, p); }, true},
-      {"a hard link", [&](const std::string& p) { fs::create_hard_link(mCanary, p); }, true},
-      {"a FIFO", [](const std::string& p) { mkfifo(p.c_str(), 0644); }, true},
-      {"a folder", [](const std::string& p) { fs::create_directory(p); }, false},
-  };
-  for (const auto& c : cases) {
-    WriteWhole(mCanary, "canary");
-    c.put(mOld);
-    WriteWhole(mPath, "");
-    fs::resize_file(mPath, kRotationBound + 1);
-    mLogger.Init(mPath);
-    mLogger.Write(2, "Unit", 1, "UTILS", "fresh");
-    EXPECT_EQ(Logged(mPath), Lines{"[INFO] [Unit] UTILS: fresh"}) << c.what;
-    EXPECT_EQ(ReadWhole(mCanary), "canary") << c.what;
-    if (c.isKept) {
-      EXPECT_EQ(fs::file_size(mOld), kRotationBound + 1) << c.what;
-      struct stat status {};
-      EXPECT_EQ(stat(mOld.c_str(), &status), 0);
-      EXPECT_LT(status.st_blocks, 100) << "holes were given room: " << c.what;
-      EXPECT_EQ(ModeOf(mOld), S_IFREG | 0600U) << c.what;
-    }
-    fs::remove(mOld);
-  }
 }
 
 // As on a full disk: the first line fits in part, which is taken back, and once there is room the
