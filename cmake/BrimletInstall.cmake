@@ -26,6 +26,12 @@ install(FILES
   "${CMAKE_CURRENT_BINARY_DIR}/brimletConfigVersion.cmake"
   DESTINATION ${package_dir})
 
+# Found from where the file lies, so that the installation can be moved.
+set(BRIMLET_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+if(NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  file(RELATIVE_PATH way_up "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+  set(BRIMLET_PC_PREFIX "\${pcfiledir}/${way_up}")
+endif()
 cmake_path(APPEND BRIMLET_PC_LIBDIR "\${prefix}" "${CMAKE_INSTALL_LIBDIR}")
 cmake_path(APPEND BRIMLET_PC_INCLUDEDIR "\${prefix}" "${CMAKE_INSTALL_INCLUDEDIR}")
 # A program that links the static library links what that needs, too.

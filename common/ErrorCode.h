@@ -3,8 +3,7 @@
 //
 //   LogError(kModule, kFile, "cannot start, error code: %s", GetLogText(code).c_str());
 //
-// The codes are grouped by hundreds; each group is a namespace of constants. The constants have one
-// address in the whole process and may be used from any thread.
+// The codes are grouped by hundreds; each group is a namespace of constants.
 #pragma once
 
 #include <cstdint>

@@ -36,7 +36,7 @@ enum LogLevel : int {
 //
 // The file may lie in a folder that belongs to somebody else. Nothing that stands at its path, or
 // that is put there later, makes the logger touch another file, wait, or copy foreign data.
-class Logger {
+class [[gnu::visibility("default")]] Logger {
  public:
   Logger();
   Logger(const Logger&) = delete;

@@ -343,12 +343,13 @@ std::uint32_t GetRandomUint32() {
 }
 
 std::int32_t SeedRandom() {
-  RAND_poll();
+  // First of all, since this wait for the kernel has an end.
   SecretBytes<kSeedSize> seed;
   if (ReadDevRandom(seed.Data(), kSeedSize) != ACTION_SUCCESS) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Get random number failed.");
     return GET_RANDOM_SEEDS_FAILED;
   }
+  RAND_poll();
   RAND_seed(seed.Data(), kSeedSize);
   return ACTION_SUCCESS;
 }

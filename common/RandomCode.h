@@ -7,11 +7,12 @@
 //
 // All randomness comes from the private generator of OpenSSL, which is reseeded from the kernel
 // where stated. Buffers belong to the caller and get exactly the number of bytes asked for; no
-// terminator is added. Every failure is logged, as ERROR unless stated otherwise, and no call waits
-// longer than some ten seconds for the kernel.
+// terminator is added. Every failure is logged, as ERROR unless stated otherwise, and no call that
+// reseeds waits longer than some ten seconds for the kernel.
 //
-// All operations may be called from several threads. One exception: while CreateRandomPool() runs,
-// no other thread may read the pool, be it through GetRandomPool() or in ClearSensitiveData().
+// All operations may be called from several threads once the process's logger exists. One
+// exception: while CreateRandomPool() runs, no other thread may read the pool, be it through
+// GetRandomPool() or in ClearSensitiveData().
 #pragma once
 
 #include <cstdint>
@@ -25,18 +26,19 @@ namespace Velmar::RandomCode {
 //
 // Returns 0, or
 //   POINTER_IS_NULL (2):           `buffer` is null;
-//   GET_RANDOM_SEEDS_FAILED (19):  the device cannot be opened, gave nothing within the ten
+//   GET_RANDOM_SEEDS_FAILED (19):  the device cannot be opened, did not give all within the ten
 //                                  seconds, or nine reads in a row failed. An unknown part of the
 //                                  buffer is written then.
 [[nodiscard]] std::int32_t ReadDevRandom(unsigned char* buffer, std::int32_t length);
 
 // A random number from 0 to 4294967295, without reseeding. Returns 0, and logs nothing, when the
-// generator fails: not fit for a secret, for which the operations below check every draw.
+// generator fails: not fit for a secret, for which the operations below check every draw. The first
+// draw of a process, without a reseed before it, waits until the kernel has entropy.
 std::uint32_t GetRandomUint32();
 
 // Reseeds the generator with 64 bytes of ReadDevRandom(). Returns 0, or GET_RANDOM_SEEDS_FAILED
 // (19) when these cannot be had.
-std::int32_t SeedRandom();
+[[nodiscard]] std::int32_t SeedRandom();
 
 // Reseeds and writes `length` (at least 1) random bytes to `buffer`. Returns 0. Returns -1 for a
 // null buffer, a length below 1 and a failed reseed, and the buffer is untouched; and for a failed
@@ -91,11 +93,13 @@ void ClearSensitiveData(void* memory, std::int32_t length);
 //   105 (WRITE_FILE_FAILED): the file is empty, cannot be opened for writing or overwritten, or its
 //         permission bits cannot be set.
 //
-// A link is never followed. What is overwritten is the file that was looked at first, and what is
-// removed is a name in the folder that was looked at first, whatever files, links and folders
-// somebody exchanges meanwhile. A file with further hard links is overwritten for all of them; they
-// stay, with random content. Who may add such a link is the kernel's decision
-// (fs.protected_hardlinks, which systemd switches on): the file's owner and who may write it.
+// A link at the end of the path is refused; links among the folders are followed when the call
+// begins. Bytes that somebody appends meanwhile are not overwritten. What is overwritten is the
+// file that was looked at first, and what is removed is a name in the folder that was looked at
+// first, whatever files, links and folders somebody exchanges meanwhile. A file with further hard
+// links is overwritten for all of them; they stay, with random content. Who may add such a link is
+// the kernel's decision (fs.protected_hardlinks, which systemd switches on): the file's owner and
+// who may write it.
 [[nodiscard]] std::int32_t SafeCoverData(const std::string& fileName);
 
 }  // namespace Velmar::RandomCode

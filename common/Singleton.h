@@ -1,4 +1,7 @@
 // The two ways in which this system keeps one object of a class per process.
+//
+// Both are visible, as are the classes that they are used with: a program that hides its names by
+// default shares the objects with the shared library all the same.
 #pragma once
 
 #include <cstdlib>
@@ -11,7 +14,7 @@ namespace Velmar {
 // Not thread-safe: the first Instance() and every Destroy() belong into the time in which the
 // process has one thread (start-up and exit). Later calls of Instance() only read.
 template <typename T>
-class Singleton {
+class [[gnu::visibility("default")]] Singleton {
  public:
   // Returns the object, made now if there is none. Returns null when memory for it is exhausted; a
   // later call tries again. Each object made is destroyed at exit.
@@ -46,13 +49,14 @@ class Singleton {
 // One static object, made on first use (several threads may come at once: one makes it, the others
 // wait) and destroyed at exit.
 template <typename T>
-class SingletonNew {
- public:
-  // Returns the object. What the constructor of T throws passes through; a later call tries again.
-  static T& GetInstance() {
-    static T instance;
-    return instance;
-  }
-};
+class [[gnu::visibility("default")]]
+SingletonNew{public :
+                 // Returns the object. What the constructor of T throws passes through; a later
+                 // call tries again.
+                     static T & GetInstance(){static T instance;
+return instance;
+}  // namespace Velmar
+}
+;
 
 }  // namespace Velmar

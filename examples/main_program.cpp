@@ -45,12 +45,12 @@ bool HasEnded(pid_t pid) {
          info.si_pid == pid;
 }
 
-// Asks with a line that does nothing until there is an answer.
+// Asks with a harmless line until this daemon, and no other that is still there, has run it.
 bool WaitUntilReady(pid_t daemon) {
   std::string result;
   std::string error;
   for (int i = 0; i < kStartTries && !HasEnded(daemon); ++i) {
-    if (ExecuteByBrimletd("true --search", result, error) >= 0) {
+    if (ExecuteByBrimletd("echo --search", result, error) >= 0 && result == "--search") {
       return true;
     }
     usleep(kStartPauseUsec);

@@ -1,5 +1,6 @@
-// A sample of what a program does with the rest of the library: it keeps a password for its access
-// point in a configuration file, shows it, and in the end wipes it from memory and from the disk.
+// A sample of what a program does with the rest of the library: it draws a password for its access
+// point, wipes its own copy once that is in a configuration file, shows what the file says, and
+// wipes the file in the end.
 //
 //   settings FOLDER
 //

@@ -19,7 +19,7 @@ namespace Velmar {
 //
 // Directories are created with mode 0700, less the process's umask. With "HOME" unset, empty or not
 // naming a directory, the tree lies at the root of the file system.
-class DirOperator {
+class [[gnu::visibility("default")]] DirOperator {
  public:
   // The value of "HOME", unchanged, when it names a directory. Otherwise the empty string; an ERROR
   // is logged unless "HOME" is unset.

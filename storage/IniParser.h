@@ -69,6 +69,8 @@ struct IniFileData {
 // Not thread-safe: an object belongs to one thread at a time, getters included. Several objects and
 // processes that write one file are not coordinated: the last one to write wins.
 //
+// What was read stays in memory, secrets included, and is not wiped in the end.
+//
 // Symbolic links are followed. No operation waits for another process, and none leaves a descriptor
 // to a child process.
 class IniParser {

@@ -4,6 +4,8 @@
 
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <clocale>
 #include <filesystem>
 #include <thread>
@@ -52,6 +54,7 @@ class BrimletdClientTest : public BusTest {
   }
 
   LogCapture mLog;
+  std::atomic<std::size_t> mServed = 0;
 };
 
 TEST_F(BrimletdClientTest, GivesBackWhatTheDaemonReplies) {
@@ -91,55 +94,77 @@ TEST_F(BrimletdClientTest, ThrowsAwayTheRepliesOfOtherProcesses) {
   }
 }
 
-// A service that answers the daemon's method with a number.
 int AnswerWithANumber(sd_bus_message* call, void* /*userdata*/, sd_bus_error* /*error*/) {
   return sd_bus_reply_method_return(call, "i", 7);
 }
 
-TEST_F(BrimletdClientTest, ReportsAReplyWithoutAString) {
-  static const sd_bus_vtable table[] = {
-      SD_BUS_VTABLE_START(0),
-      SD_BUS_METHOD("brimletd", "s", "i", AnswerWithANumber, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_VTABLE_END};
-  Caller service;
-  ASSERT_GE(sd_bus_add_object_vtable(service.Get(), nullptr, "/com/tolvane/brimlet", kName, table,
-                                     nullptr),
-            0);
-  ASSERT_GE(sd_bus_request_name(service.Get(), kName, 0), 0);
-  std::atomic<bool> isDone = false;
-  std::thread serve([&] {
-    while (!isDone) {
-      if (sd_bus_process(service.Get(), nullptr) == 0) {
+int AnswerAndLeave(sd_bus_message* call, void* /*userdata*/, sd_bus_error* /*error*/) {
+  sd_bus_reply_method_return(call, "s", "out of reach");
+  sd_bus_flush(sd_bus_message_get_bus(call));
+  sd_bus_close(sd_bus_message_get_bus(call));
+  return 1;
+}
+
+TEST_F(BrimletdClientTest, ReportsAReplyWithoutAStringOrWithoutASender) {
+  static const sd_bus_vtable tables[][3] = {
+      {SD_BUS_VTABLE_START(0),
+       SD_BUS_METHOD("brimletd", "s", "i", AnswerWithANumber, SD_BUS_VTABLE_UNPRIVILEGED),
+       SD_BUS_VTABLE_END},
+      {SD_BUS_VTABLE_START(0),
+       SD_BUS_METHOD("brimletd", "s", "s", AnswerAndLeave, SD_BUS_VTABLE_UNPRIVILEGED),
+       SD_BUS_VTABLE_END}};
+  const struct {
+    bool isAnswered;
+    Lines log;
+  } cases[] = {
+      {false, {Line("ERROR", "sd_bus_message_read failed.")}},
+      {true,
+       {Line("ERROR", "sd_bus_query_sender_creds failed: 6, creds = (nil)"),
+        Line("ERROR", "Failed to msg reply id: -6 != brimletd pid " + std::to_string(getpid()))}}};
+  SetBrimletdPid(getpid());
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    Caller service;
+    ASSERT_GE(sd_bus_add_object_vtable(service.Get(), nullptr, "/com/tolvane/brimlet", kName,
+                                       tables[i], nullptr),
+              0);
+    ASSERT_GE(sd_bus_request_name(service.Get(), kName, 0), 0);
+    std::thread serve([&] {
+      // Until the call is answered.
+      while (sd_bus_process(service.Get(), nullptr) >= 0 && mServed == i) {
         sd_bus_wait(service.Get(), 10000);
       }
-    }
-  });
-  SetBrimletdPid(getpid());
-  std::string result;
-  std::string error;
-  EXPECT_LT(ExecuteByBrimletd("echo --add", result, error), 0);
-  isDone = true;
-  serve.join();
-  EXPECT_EQ(result + error, "");
-  EXPECT_EQ(mLog.Take(), Lines{Line("ERROR", "sd_bus_message_read failed.")});
+    });
+    std::string result;
+    std::string error;
+    EXPECT_EQ(ExecuteByBrimletd("echo --add", result, error) >= 0, cases[i].isAnswered);
+    ++mServed;
+    serve.join();
+    EXPECT_EQ(result + error, "");
+    EXPECT_EQ(mLog.Take(), cases[i].log);
+  }
 }
 
 TEST_F(BrimletdClientTest, TellsATimeOutInTheSameWordsInEveryLanguage) {
   const std::string locales = mHome / "locales";
   fs::create_directory(locales);
   RunAndRead({"localedef", "-i", "zh_CN", "-f", "UTF-8", locales + "/zh_CN.UTF-8"});
+  RunAndRead({"localedef", "-i", "de_DE", "-f", "UTF-8", locales + "/de_DE.UTF-8"});
   setenv("LOCPATH", locales.c_str(), 1);
   Caller silent;  // owns the name and never looks at a call
   ASSERT_GE(sd_bus_request_name(silent.Get(), kName, 0), 0);
-  const std::pair<const char*, std::string> cases[] = {{"C", "Connection timed out"},
-                                                       {"zh_CN.UTF-8", "连接超时"}};
+  const std::pair<const char*, std::string> cases[] = {
+      {"C", "Connection timed out"},
+      {"zh_CN.UTF-8", "连接超时"},
+      {"de_DE.UTF-8", "Die Wartezeit für die Verbindung ist abgelaufen"}};
   for (const auto& [locale, text] : cases) {
     ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr) << locale;
+    const auto start = std::chrono::steady_clock::now();
     Expect("echo --add", false, "", "Connection timed out",
            {CallFailed(text), Line("WARNING",
-                                   "popoen error, please retry orvix, result:,"
-                                   " errormessage:" +
+                                   "popoen error, please retry orvix, result:, "
+                                   "errormessage:" +
                                        text)});
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
   }
   std::setlocale(LC_ALL, "C");
   unsetenv("LOCPATH");

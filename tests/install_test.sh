@@ -37,6 +37,17 @@ check_cmake_package() {
   quietly cmake --build "$folder/consumer"
   quietly "$folder/consumer/consumer" "$folder/log"
   rm -rf "$folder/consumer" "$folder/log"
+  # Moved, with the names of the program hidden.
+  mv "$prefix" "$prefix-moved"
+  quietly cmake -S "$source/tests/consumer" -B "$folder/consumer" -G Ninja \
+    -D CMAKE_CXX_COMPILER="$compiler" -D CMAKE_PREFIX_PATH="$prefix-moved" \
+    -D CMAKE_CXX_VISIBILITY_PRESET=hidden -D CMAKE_VISIBILITY_INLINES_HIDDEN=ON
+  quietly cmake --build "$folder/consumer"
+  quietly "$folder/consumer/consumer" "$folder/log"
+  [ "$(PKG_CONFIG_PATH=$prefix-moved/lib/pkgconfig pkg-config --variable=includedir brimlet |
+    xargs realpath)" = "$(realpath "$prefix-moved/include")" ] || fail "brimlet.pc does not move"
+  rm -rf "$folder/consumer" "$folder/log"
+  mv "$prefix-moved" "$prefix"
   if cmake -S "$source/tests/consumer" -B "$folder/consumer" -G Ninja \
     -D CMAKE_CXX_COMPILER="$compiler" -D CMAKE_PREFIX_PATH="$prefix" \
     -D BRIMLET_WANTED=2.0 >/dev/null 2>&1; then
@@ -65,6 +76,12 @@ check_headers() {
   done < <(cd "$prefix/include" && find brimlet -name '*.h')
 }
 
+# names [-D] LIBRARY: the functions and variables that it defines.
+names() {
+  nm -C --defined-only "$@" | sed -n 's/^[0-9a-f]* [TB] \(Velmar::[^@]*\).*/\1/p' |
+    grep -v '(anonymous namespace)' | sort -u
+}
+
 check_exports() {
   local library=$prefix/lib/libbrimlet.so name foreign
   [ "$(readlink "$library")" = libbrimlet.so.1 ] || fail "no versioned name"
@@ -75,7 +92,11 @@ check_exports() {
   for name in UniqueFd WriteAll CommandPipe SourceName BusReleaser Unique LineReader; do
     ! nm -DC --defined-only "$library" | grep -q "$name" || fail "internal name exported: $name"
   done
+  # Every function of the static library but the internal one.
+  diff <(names "$folder/prefix-OFF/lib/libbrimlet.a" | grep -v UniqueFd::) <(names -D "$library") >&2 ||
+    fail "the two libraries differ in what they offer"
   # The daemon has to load neither the shared library nor what that needs.
+  readelf -d "$prefix/sbin/brimletd" | grep -q 'NEEDED.*libsystemd' || fail "no daemon"
   ! readelf -d "$prefix/sbin/brimletd" | grep -E 'NEEDED.*lib(brimlet|crypto)' || fail "daemon"
 }
 

@@ -2,6 +2,7 @@
 
 #include <systemd/sd-bus.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "common/LogStatement.h"
@@ -39,6 +40,11 @@ class BusError {
   sd_bus_error mError{};
 };
 
+// The bus library tells a time-out in the language of the process.
+bool IsTimeoutText(const std::string& text) {
+  return text == kTimeoutText || text == kChineseTimeoutText || text == std::strerror(ETIMEDOUT);
+}
+
 int ReadReply(sd_bus_message* reply, const std::string& command, std::string& result) {
   const char* text = nullptr;
   const int r = sd_bus_message_read(reply, "s", &text);
@@ -64,6 +70,8 @@ int CreateBrimletdCall(sd_bus** bus, sd_bus_message** call, const std::string& c
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to connect to system bus: %s", std::strerror(-r));
     return r;
   }
+  // For the question about the sender, too.
+  sd_bus_set_method_call_timeout(*bus, kCallTimeoutUsec);
   r = sd_bus_message_new_method_call(*bus, call, kBusName, kObjectPath, kBusName, kMethodName);
   if (r < 0) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to sd_bus_message_new_method_call r:%d", r);
@@ -104,6 +112,7 @@ int CallBrimletd(const std::string& command, std::string& result, std::string& e
   if (r < 0) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to call method, reason: %s", error.Message());
     errorMessage = error.Message();
+    sd_bus_close(bus.get());  // without a flush, for which a bus that reads nothing has no end
     return r;
   }
   const int sender = GetReplySenderPid(reply.get());
@@ -119,7 +128,7 @@ int ExecuteByBrimletd(const std::string& command, std::string& result, std::stri
   const int r = CallBrimletd(command, result, errorMessage);
   BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "execute popoen result, ret:%d result:%s errorMessage:%s",
               r, result.c_str(), errorMessage.c_str());
-  if (r < 0 && (errorMessage == kTimeoutText || errorMessage == kChineseTimeoutText)) {
+  if (r < 0 && IsTimeoutText(errorMessage)) {
     BRIMLET_LOG(LOG_LEVEL_WARNING, kModule,
                 "popoen error, please retry orvix, result:%s, errormessage:%s", result.c_str(),
                 errorMessage.c_str());

@@ -9,8 +9,9 @@
 //     // The daemon refused this program or this line.
 //   }
 //
-// Every call opens and closes a connection of its own to the system bus and blocks for at most 5
-// seconds plus the time to connect. Failures are logged as ERROR with the module "UTILS".
+// Every call opens and closes a connection of its own to the system bus. It waits at most 5 seconds
+// for the reply, and as long again for the bus to tell who sent it, plus the time to connect.
+// Failures are logged as ERROR with the module "UTILS".
 #pragma once
 
 #include <cstdint>
@@ -36,7 +37,8 @@ inline const std::string mBrimletFilePath =  // NOLINT(cert-err58-cpp): a short 
 void SetBrimletdPid(int pid);
 
 // Has the daemon run a command line (or stop: "brimletd --exit") and waits for its reply, at most 5
-// seconds. May be called from several threads.
+// seconds. A zero byte ends the line. May be called from several threads once the process's logger
+// exists.
 //
 // Returns a non-negative value when there was a reply. `result` is the reply then, whatever it says
 // ("auth failed" and "ExecutePopen failed!" are the daemon's refusals), and `errorMessage` is
@@ -56,7 +58,8 @@ int CallBrimletd(const std::string& command, std::string& result, std::string& e
 
 // Opens a connection to the system bus and makes the call to the daemon's method, without sending
 // it. Neither `bus` nor `call` may be null; both `*bus` and `*call` have to be null before, and the
-// caller releases them, also after a failure. Returns a non-negative value, or the bus library's
+// caller releases them with sd_bus_flush_close_unref() and sd_bus_message_unref(), also after a
+// failure. Returns a non-negative value, or the bus library's
 // negative error, which is logged.
 int CreateBrimletdCall(sd_bus** bus, sd_bus_message** call, const std::string& command);
 
