@@ -18,12 +18,51 @@ constexpr std::size_t kLinkNameSize = 256;
 // Longer than what is ever read into it, so that the path is terminated.
 using PathBuffer = std::array<char, kMaxSenderPathLength + 2>;
 
+// The connection over which the bus is asked who a sender is. The library reads and keeps whatever
+// arrives before an answer: on the connection that serves calls, anybody could fill the memory with
+// calls sent faster than they are refused.
+class QueryBus {
+ public:
+  // Opens it unless it is open. Null, and the negative error in `error`, when that fails.
+  sd_bus* Get(int& error) {
+    if (!mBus || !DropUnasked()) {
+      sd_bus* bus = nullptr;
+      error = sd_bus_open_system(&bus);
+      mBus.reset(bus);
+    }
+    return mBus.get();
+  }
+
+ private:
+  static constexpr int kMaxUnasked = 256;
+
+  // Throws away what others have sent here. False: there is no end of it, or the connection failed.
+  bool DropUnasked() {
+    int r = 1;
+    for (int i = 0; i < kMaxUnasked && r > 0; ++i) {
+      r = sd_bus_process(mBus.get(), nullptr);
+    }
+    return r == 0;
+  }
+
+  UniqueBus mBus;
+};
+
+void LogQueryFailure(const char* step, int error, const void* creds) {
+  BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", step, error, creds);
+}
+
 }  // namespace
 
 int GetSenderPid(sd_bus_message* message) {
-  return QuerySenderPid(message, [](const char* step, int error, const void* creds) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", step, error, creds);
-  });
+  static QueryBus queryBus;
+  int error = 0;
+  sd_bus* const bus = queryBus.Get(error);
+  if (bus == nullptr) {
+    LogQueryFailure("sd_bus_query_sender_creds", error, nullptr);
+    return error;
+  }
+  return QuerySenderPid(bus, message, LogQueryFailure);
 }
 
 int GetSenderPath(int pid, char* path) {
