@@ -86,17 +86,6 @@ std::string TextOf(sd_bus_message* reply) {
   return sd_bus_message_read(reply, "s", &text) >= 0 ? text : "error: no string";
 }
 
-// The daemon logs a failure after its reply. It answers a ping, which asks for no admission, when
-// it is done with that.
-void WaitUntilIdle() {
-  sd_bus* bus = nullptr;
-  if (sd_bus_open_system(&bus) >= 0) {
-    sd_bus_call_method(bus, kName, kObject, "org.freedesktop.DBus.Peer", "Ping", nullptr, nullptr,
-                       nullptr);
-  }
-  sd_bus_flush_close_unref(bus);
-}
-
 }  // namespace
 
 bool Eventually(const std::function<bool()>& condition) {
@@ -315,6 +304,15 @@ void BusTest::StartBus() {
       Command{"dbus-daemon", "--nofork", "--config-file=" + (mHome / "bus.conf")});
   Require(Eventually([&] { return fs::exists(socket); }), "start a bus");
   setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + socket).c_str(), 1);
+}
+
+void BusTest::WaitUntilIdle() {
+  sd_bus* bus = nullptr;
+  if (sd_bus_open_system(&bus) >= 0) {
+    sd_bus_call_method(bus, kName, kObject, "org.freedesktop.DBus.Peer", "Ping", nullptr, nullptr,
+                       nullptr);
+  }
+  sd_bus_flush_close_unref(bus);
 }
 
 Lines BusTest::TakeLog() {

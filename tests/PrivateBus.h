@@ -129,6 +129,9 @@ class BusTest : public testing::Test {
   BusTest();
 
   void StartBus();
+  // The daemon logs a failure after its reply. It answers a ping, which asks for no admission, when
+  // it is done with that.
+  static void WaitUntilIdle();
   // The lines that the daemon logged since the last call, without times and line numbers.
   Lines TakeLog();
   static std::string Error(const std::string& unit, const std::string& message) {
