@@ -29,12 +29,22 @@ class QueryBus {
       sd_bus* bus = nullptr;
       error = sd_bus_open_system(&bus);
       mBus.reset(bus);
+      if (bus == nullptr) {
+        return nullptr;
+      }
+      // What is unasked is not answered either.
+      sd_bus_add_filter(bus, nullptr, TakeAsHandled, nullptr);
     }
     return mBus.get();
   }
 
  private:
   static constexpr int kMaxUnasked = 256;
+
+  static int TakeAsHandled(sd_bus_message* /*message*/, void* /*userdata*/,
+                           sd_bus_error* /*error*/) {
+    return 1;
+  }
 
   // Throws away what others have sent here. False: there is no end of it, or the connection failed.
   bool DropUnasked() {
