@@ -338,6 +338,9 @@ std::string BusTest::Script(const std::string& name, const std::string& body) co
 // With "--call-at-end LINE": makes one call once its standard input ends, and prints the reply.
 int main(int argc, char** argv) {
   using namespace BrimletTest;
+  if (argc == 3 && std::string(argv[1]) == "--attack") {
+    return Attack(argv[2]);
+  }
   if (std::filesystem::read_symlink("/proc/self/exe") != kCorePath) {
     BecomeCore(argv);
   }

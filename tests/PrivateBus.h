@@ -101,6 +101,10 @@ class Caller {
   Lines mReplies;
 };
 
+// What the test program does as "--attack NAME" from any other path than the casting engine's.
+// Returns its exit status.
+int Attack(const std::string& name);
+
 // The main program with the daemon as its child; both are stopped at the end.
 class Daemon {
  public:
