@@ -186,17 +186,17 @@ TEST_F(FailingCallsTest, DoesNotStart) {
 
 TEST_F(FailingCallsTest, StartsAllTheSame) {
   const std::string list = "ls${IFS}/proc/$$/fd;: --add";
-  const std::string foreign = " 7</dev/null 9>&1 20<.";
+  const std::string started = kDaemonPath + " 7</dev/null 9>&1 20<.";
   const struct {
     std::string options, line, reply;
     bool logs;
   } cases[] = {
-      {"-P " + mLog + " -e inject=/^open:error=EACCES ", "echo --nope", kFailed, false},
-      {"-e inject=/^fchmod:error=EPERM ", "echo --nope", kFailed, true},
-      {"-e inject=close_range:error=ENOSYS ", list, "0\n1\n2", true},
+      {"-P " + mLog + " -e inject=/^open:error=EACCES " + started, "echo --nope", kFailed, false},
+      {"-e inject=/^fchmod:error=EPERM " + started, "echo --nope", kFailed, true},
+      {"-e inject=close_range:error=ENOSYS " + started, list, "0\n1\n2", true},
   };
   for (const auto& c : cases) {
-    const Daemon daemon(Script("launch", mLaunch + c.options + kDaemonPath + foreign));
+    const Daemon daemon(Script("launch", mLaunch + c.options));
     EXPECT_EQ(Caller().Call(c.line), c.reply) << c.options;
     ExpectInjected(c.options);
     EXPECT_EQ(fs::exists(mLog), c.logs) << c.options;
