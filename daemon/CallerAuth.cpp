@@ -42,12 +42,61 @@ std::string EscapeControlBytes(std::string_view path) {
   return escaped;
 }
 
+// The connection over which the bus is asked who a sender is. The library reads and keeps whatever
+// arrives before an answer: on the connection that serves calls, anybody could fill the memory with
+// calls sent faster than they are refused.
+class QueryBus {
+ public:
+  // Opens it unless it is open. Null, and the negative error in `error`, when that fails.
+  sd_bus* Get(int& error) {
+    if (!mBus || !DropUnasked()) {
+      sd_bus* bus = nullptr;
+      error = sd_bus_open_system(&bus);
+      mBus.reset(bus);
+      if (bus == nullptr) {
+        return nullptr;
+      }
+      // What is unasked is not answered either.
+      sd_bus_add_filter(bus, nullptr, TakeAsHandled, nullptr);
+    }
+    return mBus.get();
+  }
+
+ private:
+  static constexpr int kMaxUnasked = 256;
+
+  static int TakeAsHandled(sd_bus_message* /*message*/, void* /*userdata*/,
+                           sd_bus_error* /*error*/) {
+    return 1;
+  }
+
+  // Throws away what others have sent here. False: there is no end of it, or the connection failed.
+  bool DropUnasked() {
+    int r = 1;
+    for (int i = 0; i < kMaxUnasked && r > 0; ++i) {
+      r = sd_bus_process(mBus.get(), nullptr);
+    }
+    return r == 0;
+  }
+
+  UniqueBus mBus;
+};
+
+void LogQueryFailure(const char* step, int error, const void* creds) {
+  BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", step, error, creds);
+}
+
 }  // namespace
 
 int GetSenderPid(sd_bus_message* message) {
-  return QuerySenderPid(message, [](const char* step, int error, const void* creds) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", step, error, creds);
-  });
+  static QueryBus queryBus;
+  int error = 0;
+  sd_bus* const bus = queryBus.Get(error);
+  if (bus == nullptr) {
+    LogQueryFailure("sd_bus_query_sender_creds", error, nullptr);
+    return error;
+  }
+  return QuerySenderPid(bus, message, LogQueryFailure);
 }
 
 int GetSenderPath(int pid, char* path) {

@@ -48,10 +48,13 @@ void CloseOthersOnExec() {
   }
 }
 
-// What the parent process ignores or blocks is its own affair: commands start as from a shell.
+// What the parent process ignores or blocks is its own affair: commands start as from a shell. But
+// who limits the size of files also decides whether the log may end the daemon at that limit.
 void ResetSignals() {
   for (int number = 1; number < NSIG; ++number) {
-    signal(number, SIG_DFL);
+    if (number != SIGXFSZ) {
+      signal(number, SIG_DFL);
+    }
   }
   sigset_t none;
   sigemptyset(&none);

@@ -4,7 +4,7 @@
 # What is needed to build the daemon, and to start it on a private bus.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev libssl-dev)
 BUS_PACKAGES=(dbus-daemon systemd util-linux)
-TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales)
+TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales strace)
 # What the presets that build with Clang need on top, and what the checks of .ci/run do.
 CLANG_PACKAGES=(clang libclang-rt-14-dev)
 CHECK_PACKAGES=(clang-tidy)

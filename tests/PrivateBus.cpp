@@ -86,17 +86,6 @@ std::string TextOf(sd_bus_message* reply) {
   return sd_bus_message_read(reply, "s", &text) >= 0 ? text : "error: no string";
 }
 
-// The daemon logs a failure after its reply. It answers a ping, which asks for no admission, when
-// it is done with that.
-void WaitUntilIdle() {
-  sd_bus* bus = nullptr;
-  if (sd_bus_open_system(&bus) >= 0) {
-    sd_bus_call_method(bus, kName, kObject, "org.freedesktop.DBus.Peer", "Ping", nullptr, nullptr,
-                       nullptr);
-  }
-  sd_bus_flush_close_unref(bus);
-}
-
 // Its connection outlives the executable, and with it the name that the daemon asks the bus about.
 void SendAndBecomeCore(const std::string& line) {
   Caller caller;
@@ -327,6 +316,15 @@ void BusTest::StartBus() {
   setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + socket).c_str(), 1);
 }
 
+void BusTest::WaitUntilIdle() {
+  sd_bus* bus = nullptr;
+  if (sd_bus_open_system(&bus) >= 0) {
+    sd_bus_call_method(bus, kName, kObject, "org.freedesktop.DBus.Peer", "Ping", nullptr, nullptr,
+                       nullptr);
+  }
+  sd_bus_flush_close_unref(bus);
+}
+
 Lines BusTest::TakeLog() {
   WaitUntilIdle();
   Lines lines = LinesOf(ReadWhole(mHome / "Brimlet/log/brimletd.log"));
@@ -353,6 +351,9 @@ std::string BusTest::Script(const std::string& name, const std::string& body) co
 int main(int argc, char** argv) {
   using namespace BrimletTest;
   const std::string mode = argc == 3 ? argv[1] : "";
+  if (mode == "--attack") {
+    return Attack(argv[2]);
+  }
   if (mode == "--send-and-become-core") {
     SendAndBecomeCore(argv[2]);
   }

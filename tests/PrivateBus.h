@@ -101,6 +101,10 @@ class Caller {
   Lines mReplies;
 };
 
+// What the test program does as "--attack NAME" from any other path than the casting engine's.
+// Returns its exit status.
+int Attack(const std::string& name);
+
 // The main program with the daemon as its child; both are stopped at the end.
 class Daemon {
  public:
@@ -129,6 +133,9 @@ class BusTest : public testing::Test {
   BusTest();
 
   void StartBus();
+  // The daemon logs a failure after its reply. It answers a ping, which asks for no admission, when
+  // it is done with that.
+  static void WaitUntilIdle();
   // The lines that the daemon logged since the last call, without times and line numbers.
   Lines TakeLog();
   static std::string Error(const std::string& unit, const std::string& message) {

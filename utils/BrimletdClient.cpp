@@ -88,7 +88,8 @@ int GetReplySenderPid(sd_bus_message* reply) {
   if (reply == nullptr) {
     return -1;
   }
-  return QuerySenderPid(reply, [](const char* step, int error, const void* creds) {
+  sd_bus* const bus = sd_bus_message_get_bus(reply);
+  return QuerySenderPid(bus, reply, [](const char* step, int error, const void* creds) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", step, -error, creds);
   });
 }

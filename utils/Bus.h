@@ -21,12 +21,13 @@ using UniqueSlot = std::unique_ptr<sd_bus_slot, BusReleaser>;
 using UniqueMessage = std::unique_ptr<sd_bus_message, BusReleaser>;
 using UniqueCreds = std::unique_ptr<sd_bus_creds, BusReleaser>;
 
-// Asks the bus for the process id of a message's sender. On failure tells onFailure(the step, the
-// negative error, the credentials as far as they came) and returns the error.
+// Asks the bus for the process id of a message's sender, over `bus`. On failure tells onFailure(the
+// step, the negative error, the credentials as far as they came) and returns the error.
 template <typename OnFailure>
-int QuerySenderPid(sd_bus_message* message, OnFailure onFailure) {
+int QuerySenderPid(sd_bus* bus, sd_bus_message* message, OnFailure onFailure) {
   sd_bus_creds* queried = nullptr;
-  int r = sd_bus_query_sender_creds(message, SD_BUS_CREDS_PID, &queried);
+  int r =
+      sd_bus_get_name_creds(bus, sd_bus_message_get_sender(message), SD_BUS_CREDS_PID, &queried);
   const UniqueCreds creds(queried);
   if (r < 0) {
     onFailure("sd_bus_query_sender_creds", r, static_cast<const void*>(creds.get()));
