@@ -13,116 +13,13 @@
 #include <sstream>
 #include <string>
 
+#include "tests/IniModel.h"
 #include "tests/Support.h"
 
 namespace BrimletTest {
 namespace {
 
-using Velmar::IniFileData;
 using Velmar::IniParser;
-
-std::string Join(const std::string& left, const char* between, const std::string& right) {
-  return left + between + right;
-}
-
-// The dialect once more, read and written in the plainest way.
-struct Model {
-  using Texts = std::map<std::string, std::string>;
-  std::map<std::string, Texts> sections;
-  Texts line;
-  Texts leading;
-
-  bool operator==(const Model&) const = default;
-
-  static Model Of(const IniFileData& data) {
-    Model model;
-    for (const auto& [section, keys] : data.mSections) {
-      model.sections[section] = {keys.begin(), keys.end()};
-    }
-    model.line = {data.mLineComments.begin(), data.mLineComments.end()};
-    model.leading = {data.mLeadingComments.begin(), data.mLeadingComments.end()};
-    return model;
-  }
-
-  // False: the text is refused.
-  bool Read(const std::string& text) {
-    std::istringstream input(text);
-    std::string section = "default";
-    Lines pending;
-    for (std::string lineText; std::getline(input, lineText);) {
-      if (lineText[0] == ';') {
-        pending.push_back(lineText);
-        continue;
-      }
-      std::string name;
-      if (lineText[0] == '[') {
-        std::getline(std::istringstream(lineText.substr(1)), section, ']');
-        section = lineText.size() == 1 ? "" : section;
-        name = section;
-      } else {
-        const bool hasEquals = lineText.find('=') != std::string::npos;
-        const std::string key = lineText.substr(0, lineText.find('='));
-        std::string value = hasEquals ? lineText.substr(key.size() + 1) : lineText;
-        if (!hasEquals || key.find(';') == std::string::npos) {
-          value = value.substr(0, value.find(';'));
-        }
-        if (section.empty() || key.empty()) {
-          return false;
-        }
-        sections[section][key] = value;
-        name = Join(section, "/", key);
-      }
-      if (lineText.find(';') != std::string::npos) {
-        line[name] = lineText.substr(lineText.find(';'));
-      }
-      for (std::size_t i = 0; i < pending.size(); ++i) {
-        leading[name + std::to_string(i)] = pending[i] + "\n";
-      }
-      pending.clear();
-    }
-    return true;
-  }
-
-  // A header or key line with its comments.
-  [[nodiscard]] std::string Line(const std::string& name, const std::string& text) const {
-    std::string all;
-    for (int i = 0; leading.contains(name + std::to_string(i)); ++i) {
-      all += leading.at(name + std::to_string(i));
-    }
-    return all + text + (line.contains(name) ? line.at(name) : "") + "\n";
-  }
-
-  [[nodiscard]] std::string Write() const {
-    std::string text;
-    for (const auto& [section, keys] : sections) {
-      text += Line(section, "[" + section + "]");
-      for (const auto& [key, value] : keys) {
-        text += Line(Join(section, "/", key), Join(key, "=", value));
-      }
-    }
-    return text;
-  }
-};
-
-// A written file in an order of its own: each header or key line with the comment lines before it,
-// and a key line with its header.
-Lines Sorted(const std::string& text) {
-  Lines blocks;
-  std::string header;
-  std::string block;
-  for (const std::string& line : LinesOf(text)) {
-    block += line + "\n";
-    if (line.starts_with(';')) {
-      continue;
-    }
-    header = line.starts_with('[') ? block : header;
-    blocks.push_back(line.starts_with('[') ? block : header + block);
-    block.clear();
-  }
-  blocks.push_back(block);
-  std::sort(blocks.begin(), blocks.end());
-  return blocks;
-}
 
 class IniParserTest : public testing::Test {
  protected:
@@ -325,18 +222,18 @@ std::string MakeText(std::mt19937& random) {
 TEST_F(IniParserTest, AgreesWithTheModelOnRandomFiles) {
   std::mt19937 random(20240611);
   const auto pick = [&](const Lines& from) { return Pick(random, from); };
-  Model held;
+  IniModel held;
   int refused = 0;
   for (int round = 0; round < 8000; ++round) {
     // Every other round takes what the last one has saved.
     const std::string text = round % 2 == 0 ? MakeText(random) : ReadWhole(mPath);
     SCOPED_TRACE(text);
     WriteWhole(mPath, text);
-    Model fresh;
+    IniModel fresh;
     const bool isFine = fresh.Read(text);
     const auto data = mParser.GetFileData(mPath);
     ASSERT_EQ(data != nullptr, isFine);
-    ASSERT_TRUE(!isFine || Model::Of(*data) == fresh);
+    ASSERT_TRUE(!isFine || IniModel::Of(*data) == fresh);
     held = isFine ? fresh : held;
     refused += isFine ? 0 : 1;
     const std::string section = pick({"a", "b", "ab", "a/b", "default"});
