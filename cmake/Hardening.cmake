@@ -16,8 +16,9 @@ check_pie_supported(LANGUAGES CXX)
 # The control-flow protection of x86-64 and that of AArch64 are flags of these machines only; Clang 14
 # has no stack clash protection for AArch64.
 set(hardening_flags)
-# Clang only warns of a flag that is not for its machine.
+# Clang only warns of a flag that is not for its machine; and of flags for the compiler when it links.
 set(CMAKE_REQUIRED_FLAGS -Werror)
+set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 foreach(flag IN ITEMS
     -fstack-protector-strong -fstack-clash-protection
     -fcf-protection=full -mbranch-protection=standard)
@@ -33,6 +34,7 @@ endforeach()
 set(CMAKE_REQUIRED_FLAGS "-O2 -Werror -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3")
 check_cxx_source_compiles("#include <cstring>\nint main() {}" BRIMLET_HAS_FORTIFY_3)
 unset(CMAKE_REQUIRED_FLAGS)
+unset(CMAKE_TRY_COMPILE_TARGET_TYPE)
 set(fortify_level $<IF:$<BOOL:${BRIMLET_HAS_FORTIFY_3}>,3,2>)
 
 # It needs an optimiser, and it hides from the sanitizers the calls that these watch. In builds
