@@ -64,7 +64,7 @@ struct Model {
         const std::string key = lineText.substr(0, lineText.find('='));
         std::string value = hasEquals ? lineText.substr(key.size() + 1) : lineText;
         if (!hasEquals || key.find(';') == std::string::npos) {
-          value = value.substr(0, value.find(';'));
+          value.resize(std::min(value.size(), value.find(';')));
         }
         if (section.empty() || key.empty()) {
           return false;
