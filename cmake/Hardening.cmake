@@ -39,7 +39,10 @@ set(fortify_level $<IF:$<BOOL:${BRIMLET_HAS_FORTIFY_3}>,3,2>)
 
 # It needs an optimiser, and it hides from the sanitizers the calls that these watch. In builds
 # without a type, what CMAKE_CXX_FLAGS says stands.
-set(fortify_if $<AND:$<CONFIG:Release,RelWithDebInfo,MinSizeRel>,$<NOT:$<BOOL:${BRIMLET_SANITIZE}>>>)
+set(fortify_if $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+if(BRIMLET_SANITIZE)
+  set(fortify_if 0)
+endif()
 
 function(brimlet_harden target)
   if(NOT BRIMLET_HARDEN)
