@@ -141,7 +141,7 @@ void CopyContent(int from, int to, off_t size) {
     hole = std::min(lseek(from, data, SEEK_HOLE), size);
     CopyRange(from, to, data, hole);
   }
-  static_cast<void>(ftruncate(to, size));
+  [[maybe_unused]] const int ignored = ftruncate(to, size);
 }
 
 void FormatAndWrite(int level, const char* module, const char* file, const char* format,
@@ -218,7 +218,7 @@ void Logger::AppendLine(std::int64_t size) {
   const auto written = static_cast<std::int64_t>(WriteAll(mFd.Get(), mLine));
   const bool isTorn = written > 0 && written < static_cast<std::int64_t>(mLine.size());
   if (isTorn && lseek(mFd.Get(), 0, SEEK_END) == size + written) {
-    static_cast<void>(ftruncate(mFd.Get(), size));
+    [[maybe_unused]] const int ignored = ftruncate(mFd.Get(), size);
   }
 }
 

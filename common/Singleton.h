@@ -53,7 +53,7 @@ class [[gnu::visibility("default")]]
 SingletonNew{public :
                  // Returns the object. What the constructor of T throws passes through; a later
                  // call tries again.
-                     static T & GetInstance(){static T instance;
+                 static T & GetInstance(){static T instance;
 return instance;
 }  // namespace Velmar
 }

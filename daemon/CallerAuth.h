@@ -1,10 +1,10 @@
 // Who may call the daemon, and who may be its parent: decided by the executable that the kernel
 // reports for a process, an absolute path that has to be equal to an admitted one in full.
 //
-// Nothing is known from one call to the next: every decision reads the executable anew. What is kept
-// is a connection of its own to the bus, opened by the first question and anew when it fails. A path
-// that is refused is logged with its control bytes (below 0x20, and 0x7f) written as \n, \r, \t and
-// \x1b. For use by the daemon's one thread.
+// Nothing is known from one call to the next: every decision reads the executable anew. What is
+// kept is a connection of its own to the bus, opened by the first question and anew when it fails.
+// A path that is refused is logged with its control bytes (below 0x20, and 0x7f) written as \n, \r,
+// \t and \x1b. For use by the daemon's one thread.
 #pragma once
 
 #include <cstddef>

@@ -5,9 +5,9 @@
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev libssl-dev)
 BUS_PACKAGES=(dbus-daemon systemd util-linux)
 TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales strace)
-# What the presets that build with Clang need on top, and what the checks of .ci/run do.
+# What the presets that build with Clang need on top, and what the longer checks do.
 CLANG_PACKAGES=(clang libclang-rt-14-dev)
-CHECK_PACKAGES=(clang-tidy)
+LINT_PACKAGES=(clang-format clang-tidy cppcheck)
 
 # install_missing PACKAGE...: installs those that are not there. Asks nothing.
 install_missing() {
@@ -47,9 +47,9 @@ build() {
   quietly cmake --build --preset "$1"
 }
 
-# build_and_test PRESET
+# build_and_test PRESET TESTS
 build_and_test() {
   echo "Building ($1)"
   build "$1"
-  ctest --preset "$1"
+  ctest --preset "$1" --tests-regex "$2"
 }

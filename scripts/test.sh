@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs what is missing on a Debian machine, builds, and runs every test.
 #
-#   scripts/test.sh [PRESET]
+#   scripts/test.sh [PRESET [TESTS]]
 #
-# PRESET is one of those in CMakePresets.json: release unless told otherwise.
+# PRESET is one of those in CMakePresets.json: release unless told otherwise. TESTS is a regular
+# expression: only the tests whose names match are run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
@@ -13,4 +14,4 @@ install_missing "${BUILD_PACKAGES[@]}" "${BUS_PACKAGES[@]}" "${TEST_PACKAGES[@]}
 case $preset in
   clang | *san*) install_missing "${CLANG_PACKAGES[@]}" ;;
 esac
-build_and_test "$preset"
+build_and_test "$preset" "${2:-.}"

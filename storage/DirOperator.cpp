@@ -67,6 +67,8 @@ class TreeRemoval {
 
  private:
   int RemoveEntries(DIR* dir) {
+    // No other thread reads from this stream.
+    // cppcheck-suppress readdirCalled
     while (const dirent* const entry = readdir(dir)) {
       if (IsSelfOrParent(entry->d_name)) {
         continue;

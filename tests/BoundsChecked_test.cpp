@@ -87,12 +87,12 @@ TEST(BoundsChecked, FormatsATextThatFitsOrLeavesTheEmptyText) {
 
 TEST(BoundsChecked, RefusesNullPointers) {
   char c = 'c';
-  EXPECT_EQ(memcpy_s(nullptr, 1, &c, 1), EINVAL);
-  EXPECT_EQ(memcpy_s(&c, 1, nullptr, 1), EINVAL);
-  EXPECT_EQ(memset_s(nullptr, 1, 0, 1), EINVAL);
-  EXPECT_EQ(strcat_s(nullptr, 1, ""), EINVAL);
-  EXPECT_EQ(strcat_s(&c, 1, nullptr), EINVAL);
-  EXPECT_EQ(snprintf_s(nullptr, 1, 0, "%s", ""), -1);
+  EXPECT_EQ(Velmar::memcpy_s(nullptr, 1, &c, 1), EINVAL);
+  EXPECT_EQ(Velmar::memcpy_s(&c, 1, nullptr, 1), EINVAL);
+  EXPECT_EQ(Velmar::memset_s(nullptr, 1, 0, 1), EINVAL);
+  EXPECT_EQ(Velmar::strcat_s(nullptr, 1, ""), EINVAL);
+  EXPECT_EQ(Velmar::strcat_s(&c, 1, nullptr), EINVAL);
+  EXPECT_EQ(Velmar::snprintf_s(nullptr, 1, 0, "%s", ""), -1);
   EXPECT_EQ(c, 'c');
 }
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -93,6 +94,16 @@ TEST_F(DirOperatorTest, TakesTheRootForAMissingHome) {
   }
 }
 
+TEST_F(DirOperatorTest, AsksForTheDesktop) {
+  const std::string program = mFolder / "xdg-user-dir";
+  const std::string path = getenv("PATH");
+  setenv("PATH", (mFolder.Path() + ":" + path).c_str(), 1);
+  WriteWhole(program, "#!/bin/sh\necho /home/somebody/$1\n");
+  chmod(program.c_str(), 0700);
+  EXPECT_EQ(mDirs.GetDesktopDir(), "/home/somebody/DESKTOP");
+  setenv("PATH", path.c_str(), 1);
+}
+
 TEST_F(DirOperatorTest, TestsPaths) {
   fs::create_symlink(mFolder.Path(), mFolder / "link");
   fs::create_symlink("nowhere", mFolder / "dangling");
@@ -149,7 +160,7 @@ TEST_F(DirOperatorTest, StopsAtADirectoryThatItMayNotRead) {
                        chmod(mFolder.Path().c_str(), 0777) == 0 && seteuid(65534) == 0;
   const int result = mDirs.RemoveDir(tree);
   if (isOther) {
-    seteuid(user);
+    EXPECT_EQ(seteuid(user), 0);
   }
   if (result == 0) {
     GTEST_SKIP() << "this user may read every directory, and there is no other one";
@@ -245,6 +256,12 @@ TEST(CommandOutput, IsCleanedAndEmptyOnFailure) {
   for (const auto& c : cases) {
     EXPECT_EQ(Velmar::Utils::GetCmdOutput(c.command), c.output) << c.command;
   }
+  rlimit files{};
+  getrlimit(RLIMIT_NOFILE, &files);
+  const rlimit none{.rlim_cur = 0, .rlim_max = files.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  EXPECT_EQ(Velmar::Utils::GetCmdOutput("echo text"), "");
+  setrlimit(RLIMIT_NOFILE, &files);
   EXPECT_EQ(Velmar::Utils::GetUuid().size(), 36U);
   EXPECT_NE(Velmar::Utils::GetUuid(), Velmar::Utils::GetUuid());
 }

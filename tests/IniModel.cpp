@@ -51,7 +51,7 @@ bool IniModel::Read(const std::string& text) {
       const std::string key = lineText.substr(0, lineText.find('='));
       std::string value = hasEquals ? lineText.substr(key.size() + 1) : lineText;
       if (!hasEquals || key.find(';') == std::string::npos) {
-        value = value.substr(0, value.find(';'));
+        value.resize(std::min(value.size(), value.find(';')));
       }
       if (section.empty() || key.empty()) {
         return false;

@@ -83,6 +83,7 @@ TEST(FreeLogFunctions, WriteWithLineNumber0ThroughTheProcessLogger) {
   log(nullptr, "f", "m");
   log("M", nullptr, "m");
   log("M", "f", nullptr);
+  LogError("M", "f", "%s", std::string(4096, 'x').c_str());
   EXPECT_EQ(capture.Take(), (Lines{"[INFO] [f] M: info 1", "[WARNING] [f] M: warning %",
                                    "[ERROR] [f] M: %s is not expanded twice"}));
   LogInfo("M", "f", "after");
