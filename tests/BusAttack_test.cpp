@@ -29,8 +29,7 @@ constexpr const char* kName = "com.tolvane.brimlet";
 constexpr uid_t kOtherUser = 65534;
 constexpr std::size_t kMiB = 1 << 20U;
 
-// --- the attacker
-// ---------------------------------------------------------------------------------
+// --- the attacker ---
 
 std::mt19937 gRandom(20261116);  // NOLINT(cert-msc51-cpp): the same attack every time
 
@@ -220,8 +219,7 @@ const struct {
                 // The allocator keeps some of it.
                 {"huge calls", SendHugeCalls, 80 * kMiB}};
 
-// --- the test
-// -------------------------------------------------------------------------------------
+// --- the test ---
 
 bool IsRunning(pid_t pid) {
   siginfo_t info{};
