@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <regex>
 #include <stdexcept>
 
@@ -202,6 +203,22 @@ TEST_F(FailingCallsTest, StartsAllTheSame) {
     EXPECT_EQ(fs::exists(mLog), c.logs) << c.options;
   }
   EXPECT_EQ(TakeLog(), mRefused);
+}
+
+TEST_F(FailingCallsTest, RotatesWhereTheFileSystemCannotCopyByItself) {
+  fs::create_directories(mLogDir);
+  WriteWhole(mLog, "first\n");
+  fs::resize_file(mLog, 33554432);
+  std::ofstream(mLog, std::ios::app) << "last\n";
+  const std::string whole = ReadWhole(mLog);
+  const Daemon daemon;
+  {
+    const Tracer tracer(mStrace, daemon.Pid(), "-e inject=copy_file_range:error=EXDEV");
+    EXPECT_EQ(Caller().Call("echo --nope"), kFailed);
+  }
+  ExpectInjected("copy_file_range");
+  EXPECT_EQ(TakeLog(), mRefused);
+  EXPECT_TRUE(ReadWhole(mLog + ".old") == whole);
 }
 
 TEST_F(FailingCallsTest, StartsNoCommandWithoutDescriptors) {
