@@ -92,10 +92,18 @@ TEST_F(BusServiceTest, ServesWithoutALog) {
 
 TEST_F(BusServiceTest, GivesCommandsThreeDescriptorsWhateverItWasStartedWith) {
   const std::string list = "ls${IFS}/proc/$$/fd;: --add";
-  const char* const redirections[] = {
-      "", "<&-", ">&-", "2>&-", "<&- >&-", "<&- 2>&-", "<&- >&- 2>&-", "7</dev/null 9>&1 20<."};
-  for (const char* const redirection : redirections) {
-    Daemon daemon(Script("launch", "exec " + kDaemonPath + " " + redirection));
+  std::string foreign;
+  for (int fd = 3; fd < 23; ++fd) {
+    foreign.append(" ").append(std::to_string(fd)).append("</dev/null");
+  }
+  const std::string redirections[] = {
+      "",         "<&-",      ">&-",          "2>&-",  "<&- >&-",
+      "<&- 2>&-", ">&- 2>&-", "<&- >&- 2>&-", foreign, "<&- >&- 2>&-" + foreign};
+  for (const std::string& redirection : redirections) {
+    // Not every shell knows descriptors of two digits.
+    std::string start = "exec bash -c 'exec ";
+    start.append(kDaemonPath).append(" ").append(redirection).append("'");
+    Daemon daemon(Script("launch", start));
     EXPECT_EQ(Caller().Call(list), "0\n1\n2") << redirection;
     EXPECT_EQ(Caller().Call("echo --nope"), "ExecutePopen failed!");
     EXPECT_EQ(TakeLog().size(), 2U) << redirection;

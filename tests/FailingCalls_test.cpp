@@ -187,7 +187,7 @@ TEST_F(FailingCallsTest, DoesNotStart) {
 
 TEST_F(FailingCallsTest, StartsAllTheSame) {
   const std::string list = "ls${IFS}/proc/$$/fd;: --add";
-  const std::string started = kDaemonPath + " 7</dev/null 9>&1 20<.";
+  const std::string started = kDaemonPath + " 7</dev/null 9>&1";
   const struct {
     std::string options, line, reply;
     bool logs;
