@@ -7,7 +7,7 @@ BUS_PACKAGES=(dbus-daemon systemd util-linux)
 TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales strace)
 # What the presets that build with Clang need on top, and what the longer checks do.
 CLANG_PACKAGES=(clang libclang-rt-14-dev)
-LINT_PACKAGES=(clang-format clang-tidy cppcheck)
+LINT_PACKAGES=(clang-format clang-tidy cppcheck git)
 
 # install_missing PACKAGE...: installs those that are not there. Asks nothing.
 install_missing() {
