@@ -4,27 +4,30 @@ include(CMakePackageConfigHelpers)
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/brimlet")
 
-install(TARGETS brimletd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(TARGETS brimletd
+  RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT daemon)
 install(TARGETS brimlet EXPORT brimletTargets
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 foreach(header IN ITEMS
     common/BoundsChecked.h common/ErrorCode.h common/Logger.h common/RandomCode.h
     common/Singleton.h common/UniqueFd.h
     storage/DirOperator.h storage/FileOperator.h storage/IniParser.h
     utils/BrimletdClient.h utils/CommandOutput.h utils/Split.h utils/Validators.h)
   cmake_path(GET header PARENT_PATH folder)
-  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/brimlet/${folder})
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/brimlet/${folder}
+    COMPONENT development)
 endforeach()
 
-install(EXPORT brimletTargets NAMESPACE Brimlet:: DESTINATION ${package_dir})
+install(EXPORT brimletTargets NAMESPACE Brimlet:: DESTINATION ${package_dir}
+  COMPONENT development)
 configure_package_config_file(cmake/brimletConfig.cmake.in brimletConfig.cmake
   INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(brimletConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
   "${CMAKE_CURRENT_BINARY_DIR}/brimletConfig.cmake"
   "${CMAKE_CURRENT_BINARY_DIR}/brimletConfigVersion.cmake"
-  DESTINATION ${package_dir})
+  DESTINATION ${package_dir} COMPONENT development)
 
 # Found from where the file lies, so that the installation can be moved.
 set(BRIMLET_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
@@ -41,4 +44,4 @@ if(BUILD_SHARED_LIBS)
 endif()
 configure_file(cmake/brimlet.pc.in brimlet.pc @ONLY)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/brimlet.pc"
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
