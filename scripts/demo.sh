@@ -22,4 +22,5 @@ namespace=(unshare --mount)
 if [ "$(id -u)" -ne 0 ] || ! unshare --mount true 2>/dev/null; then
   namespace=(unshare --map-root-user --mount)
 fi
-exec "${namespace[@]}" scripts/demo_session.sh build/demo "$@"
+exec "${namespace[@]}" scripts/demo_session.sh build/demo/bin/brimletd \
+  build/demo/examples/main_program build/demo/packaging/com.tolvane.brimlet.conf "$@"

@@ -1,11 +1,16 @@
 #!/usr/bin/env bash
 # The demonstration itself. Run by scripts/demo.sh in a mount namespace of its own:
 #
-#   scripts/demo_session.sh BUILD-FOLDER [LINE...]
+#   scripts/demo_session.sh DAEMON MAIN-PROGRAM POLICY [LINE...]
+#
+# POLICY is the bus policy for a private bus, or "installed" for the system bus of the machine.
 set -euo pipefail
 
-build=$1
-shift
+# Relative paths: they hold although the mount hides what lies below /opt.
+daemon=$1
+main_program=$2
+policy=$3
+shift 3
 core=/opt/apps/com.tolvane.brimlet/files/orvix/bin/OrvixCore
 main=/opt/apps/com.tolvane.brimlet/files/brimlet/bin/Brimlet
 failures=0
@@ -20,42 +25,31 @@ fi
 # --- the private machine --------------------------------------------------------------------------
 
 install_application() {
-  cp "$build/examples/main_program" "$build/bin/brimletd" "$folder/"
   mount -t tmpfs -o mode=0755 brimlet-demo /opt
   mkdir -p "${core%/*}" "${main%/*}"
   cp "$(command -v busctl)" "$core"
-  mv "$folder/main_program" "$main"
+  cp "$main_program" "$main"
 }
 
 start_bus() {
-  cat >"$folder/bus.conf" <<END
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=$folder/bus</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/> <allow own="*"/> <allow send_type="method_call"/>
-    <allow send_type="method_return" send_requested_reply="true"/>
-    <allow send_type="error" send_requested_reply="true"/>
-    <allow receive_type="method_call"/> <allow receive_type="method_return"/>
-    <allow receive_type="error"/> <allow receive_type="signal"/>
-  </policy>
-</busconfig>
-END
-  dbus-daemon --nofork --config-file="$folder/bus.conf" 2>"$folder/bus.log" &
+  mkdir "$folder/system.d"
+  cp tests/bus.conf "$folder/"
+  cp "$policy" "$folder/system.d/"
+  export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$folder/bus
+  dbus-daemon --nofork --config-file="$folder/bus.conf" --address="$DBUS_SYSTEM_BUS_ADDRESS" \
+    2>"$folder/bus.log" &
   bus_pid=$!
   for _ in $(seq 100); do
     [ -S "$folder/bus" ] && break
     sleep 0.05
   done
-  export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$folder/bus
 }
 
 # Starts the main program, which starts the daemon.
 start_main() {
   mkdir "$folder/home"
   mkfifo "$folder/to_main" "$folder/from_main"
-  HOME=$folder/home "$main" "$folder/brimletd" \
+  HOME=$folder/home "$main" "$daemon" \
     <"$folder/to_main" >"$folder/from_main" 2>"$folder/stderr" &
   main_pid=$!
   exec {to_main}>"$folder/to_main" {from_main}<"$folder/from_main"
@@ -64,7 +58,7 @@ start_main() {
   read -r ready <&"$from_main" || true
   if [ "$ready" != ready ]; then
     echo "The daemon did not get ready: $ready" >&2
-    cat "$folder/stderr" "$folder/bus.log" "$folder"/home/Brimlet/log/* >&2
+    cat "$folder/stderr" "$folder"/home/Brimlet/log/* >&2
     exit 1
   fi
 }
@@ -201,7 +195,7 @@ trap clean_up EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 install_application
-start_bus
+[ "$policy" = installed ] || start_bus
 start_main
 printf '%sbrimletd%s runs as process %s, a child of %s\n\n' "$bold" "$plain" "$daemon_pid" "$main"
 if [ $# -gt 0 ]; then

@@ -9,6 +9,15 @@ TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales strace)
 CLANG_PACKAGES=(clang libclang-rt-14-dev)
 LINT_PACKAGES=(clang-format clang-tidy cppcheck git)
 
+# as_root COMMAND...: through sudo where this is an ordinary user. Asks nothing.
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then
+    "$@"
+  else
+    sudo -n "$@"
+  fi
+}
+
 # install_missing PACKAGE...: installs those that are not there. Asks nothing.
 install_missing() {
   local missing=() package
@@ -17,18 +26,30 @@ install_missing() {
       missing+=("$package")
   done
   [ ${#missing[@]} -gt 0 ] || return 0
-  local as_root=()
-  if [ "$(id -u)" -ne 0 ]; then
-    if ! sudo -n true 2>/dev/null; then
-      echo "Please have these packages installed first: ${missing[*]}" >&2
-      return 1
-    fi
-    as_root=(sudo -n)
+  if ! as_root true 2>/dev/null; then
+    echo "Please have these packages installed first: ${missing[*]}" >&2
+    return 1
   fi
   echo "Installing ${missing[*]}"
-  "${as_root[@]}" apt-get -qq update
-  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+  as_root apt-get -qq update
+  as_root env DEBIAN_FRONTEND=noninteractive \
     apt-get -qq install -y --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# unpack PACKAGE: its files in build/PACKAGE, for what would change the machine if it were installed.
+unpack() {
+  [ ! -d "build/$1" ] || return 0
+  local folder
+  folder=$(mktemp -d)
+  if (cd "$folder" && { apt-get -qq download "$1" ||
+    { as_root apt-get -qq update && apt-get -qq download "$1"; }; }) >"$folder/output" 2>&1; then
+    dpkg-deb --extract "$folder/$1"_*.deb "$folder/files"
+    mkdir -p build
+    mv "$folder/files" "build/$1"
+  else
+    echo "$1 cannot be fetched: $(tail -n 1 "$folder/output")" >&2
+  fi
+  rm -r "$folder"
 }
 
 # quietly COMMAND...: shows what a command prints only if it fails.

@@ -19,9 +19,13 @@ namespace fs = std::filesystem;
 using namespace Velmar::Utils;
 
 constexpr const char* kName = "com.tolvane.brimlet";
+// These texts are the bus's.
 const char* const kDisconnected =
-    "Message recipient disconnected from message bus without replying";
-const char* const kNotThere = "The name com.tolvane.brimlet was not provided by any .service files";
+    IsOnBroker() ? "Remote peer disconnected"
+                 : "Message recipient disconnected from message bus without replying";
+const char* const kNotThere =
+    IsOnBroker() ? "The name is not activatable"
+                 : "The name com.tolvane.brimlet was not provided by any .service files";
 
 std::size_t CountOwnDescriptors() {
   const fs::directory_iterator descriptors("/proc/self/fd");
@@ -54,7 +58,7 @@ class BrimletdClientTest : public BusTest {
   }
 
   LogCapture mLog;
-  std::atomic<std::size_t> mServed = 0;
+  std::atomic<bool> mServed = false;
 };
 
 TEST_F(BrimletdClientTest, GivesBackWhatTheDaemonReplies) {
@@ -122,7 +126,8 @@ TEST_F(BrimletdClientTest, ReportsAReplyWithoutAStringOrWithoutASender) {
        {Line("ERROR", "sd_bus_query_sender_creds failed: 6, creds = (nil)"),
         Line("ERROR", "Failed to msg reply id: -6 != brimletd pid " + std::to_string(getpid()))}}};
   SetBrimletdPid(getpid());
-  for (std::size_t i = 0; i < std::size(cases); ++i) {
+  for (std::size_t i = 0; i < std::size(cases);) {
+    mServed = false;
     Caller service;
     ASSERT_GE(sd_bus_add_object_vtable(service.Get(), nullptr, "/com/tolvane/brimlet", kName,
                                        tables[i], nullptr),
@@ -130,17 +135,22 @@ TEST_F(BrimletdClientTest, ReportsAReplyWithoutAStringOrWithoutASender) {
     ASSERT_GE(sd_bus_request_name(service.Get(), kName, 0), 0);
     std::thread serve([&] {
       // Until the call is answered.
-      while (sd_bus_process(service.Get(), nullptr) >= 0 && mServed == i) {
+      while (sd_bus_process(service.Get(), nullptr) >= 0 && !mServed) {
         sd_bus_wait(service.Get(), 10000);
       }
     });
     std::string result;
     std::string error;
     EXPECT_EQ(ExecuteByBrimletd("echo --add", result, error) >= 0, cases[i].isAnswered);
-    ++mServed;
+    mServed = true;
     serve.join();
+    // The bus may tell who the sender is before it notices that the sender has left.
+    if (result == "out of reach") {
+      continue;
+    }
     EXPECT_EQ(result + error, "");
     EXPECT_EQ(mLog.Take(), cases[i].log);
+    ++i;
   }
 }
 

@@ -4,7 +4,9 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,6 +26,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* kName = "com.tolvane.brimlet";
 constexpr const char* kObject = "/com/tolvane/brimlet";
+constexpr int kSkipped = 77;
 constexpr std::uint64_t kCallTimeoutUsec = 120'000'000;
 
 void Require(bool condition, const std::string& what) {
@@ -53,6 +56,25 @@ void EnterNamespace() {
   }
   Require(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "make / private");
   Require(mount("brimlet-test", "/opt", "tmpfs", 0, "mode=0755") == 0, "mount /opt");
+  Require(mount("brimlet-test", "/run", "tmpfs", 0, "mode=0755") == 0, "mount /run");
+}
+
+// Where dbus-broker is not installed but unpacked: it is run from the place it was built for.
+void ShowBroker() {
+  const char* const folder = getenv("BRIMLET_BROKER_DIR");
+  if (!IsOnBroker() || folder == nullptr || !fs::exists(folder)) {
+    return;
+  }
+  const std::string layers = std::string("lowerdir=") + folder + ":/usr/bin";
+  Require(mount("brimlet-test", "/usr/bin", "overlay", 0, layers.c_str()) == 0, "show dbus-broker");
+}
+
+// The policy names a group that the machine need not have.
+void AddGroup() {
+  const std::string groups = "/opt/group";
+  WriteWhole(groups, ReadWhole("/etc/group") +
+                         "\n" BRIMLET_GROUP ":x:" + std::to_string(kMemberGroup) + ":\n");
+  Require(mount(groups.c_str(), "/etc/group", nullptr, MS_BIND, nullptr) == 0, "add a group");
 }
 
 // Installs an open file, which the private file system may have hidden.
@@ -67,14 +89,41 @@ void BecomeCore(char** arguments) {
   const int self = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
   const int main = open(BRIMLET_MAIN_PROGRAM, O_RDONLY | O_CLOEXEC);
   const int daemon = open(BRIMLET_DAEMON, O_RDONLY | O_CLOEXEC);
+  const int bus = open(BRIMLET_BUS_CONF, O_RDONLY | O_CLOEXEC);
+  const int interface = open(BRIMLET_INTERFACE_XML, O_RDONLY | O_CLOEXEC);
+  const int policy = open(BRIMLET_BUS_POLICY, O_RDONLY | O_CLOEXEC);
   EnterNamespace();
   Install(self, kCorePath);
   Install(main, kMainPath);
   Install(daemon, kDaemonPath);
+  Install(bus, kBusFolder + "/bus.conf");
+  Install(policy, kBusFolder + "/system.d/com.tolvane.brimlet.conf");
+  Install(interface, kInterfacePath);
+  AddGroup();
+  ShowBroker();
   fs::create_directory("/opt/tmp");
   setenv("TMPDIR", "/opt/tmp", 1);
   execv(kCorePath.c_str(), arguments);
   Require(false, "exec " + kCorePath);
+}
+
+// Dbus-broker does not start without a journal, and stands still when nobody reads it.
+void StartJournal() {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strcpy(address.sun_path, "/run/systemd/journal/socket");
+  fs::create_directories("/run/systemd/journal");
+  const int journal = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  Require(bind(journal, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
+          "make a journal");
+  if (fork() == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    char entry = 0;
+    while (recv(journal, &entry, 1, 0) >= 0) {
+    }
+    _exit(1);
+  }
+  close(journal);
 }
 
 std::string TextOf(sd_bus_message* reply) {
@@ -290,37 +339,46 @@ std::size_t Daemon::ResidentPages() const {
   return resident;
 }
 
-BusTest::BusTest() {
-  setenv("HOME", mHome.Path().c_str(), 1);
-  StartBus();
+bool IsOnBroker() {
+  const char* const bus = getenv("BRIMLET_TEST_BUS");
+  return bus != nullptr && bus == std::string_view("dbus-broker");
 }
 
-void BusTest::StartBus() {
+BusTest::BusTest() {
+  setenv("HOME", mHome.Path().c_str(), 1);
+  StartBus(BusPolicy::kAsInstalled);
+}
+
+void BusTest::StartBus(BusPolicy policy) {
+  const std::string open = kBusFolder + "/system.d/open.conf";
+  fs::remove(open);
+  if (policy == BusPolicy::kOpenToAll) {
+    WriteWhole(open, R"(<busconfig><policy context="mandatory">
+                        <allow send_destination="com.tolvane.brimlet"/>
+                        </policy></busconfig>)");
+  }
   const std::string socket = mHome / "bus";
-  // As the system bus: everybody may call, and only replies that are asked for may be sent.
-  WriteWhole(mHome / "bus.conf",
-             "<busconfig><type>system</type><listen>unix:path=" + socket + R"(</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/> <allow own="*"/> <allow send_type="method_call"/>
-    <allow send_type="method_return" send_requested_reply="true"/>
-    <allow send_type="error" send_requested_reply="true"/>
-    <allow receive_type="method_call"/> <allow receive_type="method_return"/>
-    <allow receive_type="error"/> <allow receive_type="signal"/>
-  </policy>
-</busconfig>)");
   fs::remove(socket);
+  // Other users come to the bus and to nothing else.
+  fs::permissions(mHome.Path(), fs::perms(0711));
+  const std::string config = "--config-file=" + kBusFolder + "/bus.conf";
+  const std::string address = "unix:path=" + socket;
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
+  mBus.reset();
   mBus = std::make_unique<Process>(
-      Command{"dbus-daemon", "--nofork", "--config-file=" + (mHome / "bus.conf")});
+      IsOnBroker() ? Command{"systemd-socket-activate", "--listen=" + socket,
+                             "--setenv=DBUS_SYSTEM_BUS_ADDRESS", "dbus-broker-launch",
+                             "--scope=system", config}
+                   : Command{"dbus-daemon", "--nofork", config, "--address=" + address});
   Require(Eventually([&] { return fs::exists(socket); }), "start a bus");
-  setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + socket).c_str(), 1);
+  fs::permissions(socket, fs::perms(0777));
 }
 
 void BusTest::WaitUntilIdle() {
   sd_bus* bus = nullptr;
   if (sd_bus_open_system(&bus) >= 0) {
-    sd_bus_call_method(bus, kName, kObject, "org.freedesktop.DBus.Peer", "Ping", nullptr, nullptr,
-                       nullptr);
+    sd_bus_call_method(bus, kName, kObject, "org.freedesktop.DBus.Introspectable", "Introspect",
+                       nullptr, nullptr, nullptr);
   }
   sd_bus_flush_close_unref(bus);
 }
@@ -346,13 +404,16 @@ std::string BusTest::Script(const std::string& name, const std::string& body) co
 }  // namespace BrimletTest
 
 // With "--call-at-end LINE": makes one call once its standard input ends, and prints the reply.
-// With
-// "--send-and-become-core LINE": sends a call and executes the casting engine, still connected.
+// With "--send-and-become-core LINE": sends a call and executes the casting engine, still
+// connected.
 int main(int argc, char** argv) {
   using namespace BrimletTest;
   const std::string mode = argc == 3 ? argv[1] : "";
   if (mode == "--attack") {
     return Attack(argv[2]);
+  }
+  if (mode == "--send-calls" || mode == "--send-signal") {
+    return SendProbes(mode, argv[2]);
   }
   if (mode == "--send-and-become-core") {
     SendAndBecomeCore(argv[2]);
@@ -367,6 +428,13 @@ int main(int argc, char** argv) {
     BecomeCore(argv);
   }
   prctl(PR_SET_CHILD_SUBREAPER, 1);
+  if (IsOnBroker()) {
+    if (RunAndRead({"dbus-broker-launch", "--version"}).empty()) {
+      std::cout << "not run: dbus-broker is not there" << std::endl;
+      return kSkipped;
+    }
+    StartJournal();
+  }
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }

@@ -25,6 +25,11 @@ using Command = std::vector<std::string>;
 inline const std::string kCorePath = "/opt/apps/com.tolvane.brimlet/files/orvix/bin/OrvixCore";
 inline const std::string kMainPath = "/opt/apps/com.tolvane.brimlet/files/brimlet/bin/Brimlet";
 inline const std::string kDaemonPath = "/opt/brimletd";
+inline const std::string kBusFolder = "/opt/bus";
+inline const std::string kInterfacePath = "/opt/com.tolvane.brimlet.xml";
+
+// Of the one group that may call the daemon.
+constexpr gid_t kMemberGroup = 64000;
 
 // Asks again and again until `condition` is true or 20 seconds are over; returns its last answer.
 bool Eventually(const std::function<bool()>& condition);
@@ -105,6 +110,10 @@ class Caller {
 // Returns its exit status.
 int Attack(const std::string& name);
 
+// What the test program does as "--send-calls USER" and "--send-signal USER": sends messages to the
+// daemon as that user and prints what came of each.
+int SendProbes(const std::string& mode, const std::string& user);
+
 // The main program with the daemon as its child; both are stopped at the end.
 class Daemon {
  public:
@@ -126,15 +135,24 @@ class Daemon {
   pid_t mPid;
 };
 
+enum class BusPolicy {
+  kAsInstalled,
+  kOpenToAll,  // every message of everybody gets as far as the daemon
+};
+
+// Whether the bus is run by dbus-broker, as BRIMLET_TEST_BUS in the environment may ask for, and
+// not by dbus-daemon.
+bool IsOnBroker();
+
 // A fresh home directory and a fresh bus, which is the system bus for this process and its
 // children.
 class BusTest : public testing::Test {
  protected:
   BusTest();
 
-  void StartBus();
-  // The daemon logs a failure after its reply. It answers a ping, which asks for no admission, when
-  // it is done with that.
+  void StartBus(BusPolicy policy);
+  // The daemon logs a failure after its reply. It describes itself, which asks for no admission,
+  // when it is done with that.
   static void WaitUntilIdle();
   // The lines that the daemon logged since the last call, without times and line numbers.
   Lines TakeLog();
