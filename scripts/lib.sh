@@ -8,6 +8,7 @@ TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales strace)
 # What the presets that build with Clang need on top, and what the longer checks do.
 CLANG_PACKAGES=(clang libclang-rt-14-dev)
 LINT_PACKAGES=(clang-format clang-tidy cppcheck git)
+PACKAGE_PACKAGES=(dpkg-dev file lintian man-db mandoc)
 
 # as_root COMMAND...: through sudo where this is an ordinary user. Asks nothing.
 as_root() {

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs what is missing on a Debian machine, builds the Debian packages, checks them, and prints
+# where they lie.
+#
+#   scripts/package.sh
+#
+# Nothing but the sources decides about their bytes: built again, they are the same.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/lib.sh
+
+install_missing "${BUILD_PACKAGES[@]}" "${PACKAGE_PACKAGES[@]}"
+SOURCE_DATE_EPOCH=$(date --utc --date="$(sed -n 's/^## \[[0-9.]*\] - //p' CHANGELOG.md | head -1)" +%s)
+export SOURCE_DATE_EPOCH
+echo "Building (package)"
+rm -rf build/package/debs
+build package
+quietly cpack --config build/package/CPackConfig.cmake -B build/package/debs
+
+page=build/package/packaging/brimletd.8
+echo "man"
+warnings=$(LC_ALL=C.UTF-8 MANROFFSEQ='' MANWIDTH=80 \
+  man --warnings -E UTF-8 -l -Tutf8 -Z "$page" 2>&1 >/dev/null)
+[ -z "$warnings" ] || { echo "$warnings" >&2; exit 1; }
+echo "mandoc"
+mandoc -Tlint -Wstyle "$page" >&2
+echo "lintian"
+lintian --allow-root --fail-on error,warning build/package/debs/*.deb
+ls build/package/debs/*.deb
