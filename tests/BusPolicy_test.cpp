@@ -1,20 +1,19 @@
 // The installed bus policy: root and the members of one group get as far as the one method and the
 // daemon's description of itself, nobody else gets anywhere.
-#include <grp.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <iostream>
+#include <utility>
 
+#include "daemon/BusService.h"
 #include "tests/PrivateBus.h"
 
 namespace BrimletTest {
 namespace {
 
-constexpr const char* kName = "com.tolvane.brimlet";
-constexpr const char* kObject = "/com/tolvane/brimlet";
-constexpr uid_t kOtherUser = 65534;
+using Velmar::kBusName;
+using Velmar::kObjectPath;
 
 const struct {
   const char* name;
@@ -24,40 +23,35 @@ const struct {
   const char* signature;
   bool isForTheGroup;
 } kCalls[] = {
-    {"the method", kObject, kName, "brimletd", "s", true},
-    {"introspection", kObject, "org.freedesktop.DBus.Introspectable", "Introspect", "", true},
+    {"the method", kObjectPath, kBusName, "brimletd", "s", true},
+    {"introspection", kObjectPath, "org.freedesktop.DBus.Introspectable", "Introspect", "", true},
     {"introspection from the root", "/", "org.freedesktop.DBus.Introspectable", "Introspect", "",
      true},
-    {"no interface", kObject, nullptr, "brimletd", "s", false},
-    {"another object", "/com/tolvane", kName, "brimletd", "s", false},
-    {"another member", kObject, kName, "Brimletd", "s", false},
-    {"another interface", kObject, "com.tolvane.brimlets", "brimletd", "s", false},
-    {"a ping", kObject, "org.freedesktop.DBus.Peer", "Ping", "", false},
-    {"properties", kObject, "org.freedesktop.DBus.Properties", "GetAll", "s", false},
+    {"no interface", kObjectPath, nullptr, "brimletd", "s", false},
+    {"another object", "/com/tolvane", kBusName, "brimletd", "s", false},
+    {"another member", kObjectPath, kBusName, "Brimletd", "s", false},
+    {"another interface", kObjectPath, "com.tolvane.brimlets", "brimletd", "s", false},
+    {"a ping", kObjectPath, "org.freedesktop.DBus.Peer", "Ping", "", false},
+    {"properties", kObjectPath, "org.freedesktop.DBus.Properties", "GetAll", "s", false},
 };
 
-const struct {
-  const char* name;
-  bool isRoot;
-  bool isMember;
-} kUsers[] = {{"root", true, false}, {"member", false, true}, {"stranger", false, false}};
-
-bool Become(const std::string& user) {
-  for (const auto& known : kUsers) {
-    if (user == known.name && !known.isRoot) {
-      return setgroups(known.isMember ? 1 : 0, &kMemberGroup) == 0 &&
-             setresgid(kOtherUser, kOtherUser, kOtherUser) == 0 &&
-             setresuid(kOtherUser, kOtherUser, kOtherUser) == 0;
-    }
+// The name, and the connection behind it by its own.
+Lines Destinations(sd_bus* bus) {
+  sd_bus_creds* owner = nullptr;
+  const char* unique = "nobody";
+  if (sd_bus_get_name_creds(bus, kBusName, SD_BUS_CREDS_UNIQUE_NAME, &owner) >= 0) {
+    sd_bus_creds_get_unique_name(owner, &unique);
   }
-  return true;
+  Lines destinations = {kBusName, unique};
+  sd_bus_creds_unref(owner);
+  return destinations;
 }
 
-std::string Send(sd_bus* bus, const char* path, const char* interface, const char* member,
-                 const char* signature) {
+std::string Send(sd_bus* bus, const std::string& destination, const char* path,
+                 const char* interface, const char* member, const char* signature) {
   sd_bus_message* call = nullptr;
   sd_bus_error error{};
-  sd_bus_message_new_method_call(bus, &call, kName, path, interface, member);
+  sd_bus_message_new_method_call(bus, &call, destination.c_str(), path, interface, member);
   if (*signature != '\0') {
     sd_bus_message_append(call, signature, "echo --add");
   }
@@ -68,15 +62,30 @@ std::string Send(sd_bus* bus, const char* path, const char* interface, const cha
   return result;
 }
 
-// A signal to the daemon alone, which the bus has passed on or dropped when this returns.
-void SendSignal(sd_bus* bus) {
-  sd_bus_message* signal = nullptr;
-  sd_bus_message_new_signal(bus, &signal, "/a/path", "a.b", "Signal");
-  sd_bus_message_set_destination(signal, kName);
-  sd_bus_send(bus, signal, nullptr);
-  sd_bus_message_unref(signal);
+void SendCalls(sd_bus* bus) {
+  const int r = sd_bus_request_name(bus, kBusName, 0);
+  std::cout << "ownership: " << std::strerror(-r) << '\n';
+  for (const std::string& destination : Destinations(bus)) {
+    for (const auto& call : kCalls) {
+      std::cout << call.name << ": "
+                << Send(bus, destination, call.path, call.interface, call.member, call.signature)
+                << std::endl;
+    }
+  }
+}
+
+// Signals to the daemon alone, which the bus has passed on or dropped when this returns.
+void SendSignals(sd_bus* bus) {
+  for (const std::string& destination : Destinations(bus)) {
+    sd_bus_message* signal = nullptr;
+    sd_bus_message_new_signal(bus, &signal, "/a/path", "a.b", "Signal");
+    sd_bus_message_set_destination(signal, destination.c_str());
+    sd_bus_send(bus, signal, nullptr);
+    sd_bus_message_unref(signal);
+  }
   sd_bus_call_method(bus, "org.freedesktop.DBus", "/", "org.freedesktop.DBus", "GetId", nullptr,
                      nullptr, nullptr);
+  std::cout << "sent" << std::endl;
 }
 
 int CountSignal(sd_bus_message* message, void* count, sd_bus_error* /*error*/) {
@@ -84,82 +93,64 @@ int CountSignal(sd_bus_message* message, void* count, sd_bus_error* /*error*/) {
   return 0;
 }
 
-class BusPolicyTest : public BusTest {
+// Seen as each of them.
+class BusPolicyTest : public BusTest, public testing::WithParamInterface<const char*> {
  protected:
-  // What a probe prints, or nothing where the machine has no user but this one.
-  static Lines Probe(const std::string& mode, const std::string& user) {
-    Lines seen = LinesOf(RunAndRead({kCorePath, mode, user}));
-    EXPECT_FALSE(seen.empty()) << mode << user;
-    if (seen == Lines{"no such user"}) {
-      std::cout << "not tried: there is no other user to be the " << user << std::endl;
-      return {};
+  void SetUp() override {
+    if (!mIsRoot && HasOneUser()) {
+      GTEST_SKIP() << "there is no user to be the " << GetParam();
     }
-    return seen;
   }
 
-  // How many signals reach the owner of the daemon's name, of how many that were sent.
-  std::pair<int, int> CountSignals(BusPolicy policy) {
+  // How many signals reach the owner of the daemon's name.
+  int CountSignals(BusPolicy policy) {
     StartBus(policy);
     const Caller owner;
-    int received = 0;
-    int sent = 0;
-    EXPECT_GE(sd_bus_request_name(owner.Get(), kName, 0), 0);
-    sd_bus_add_filter(owner.Get(), nullptr, CountSignal, &received);
-    for (const auto& user : kUsers) {
-      sent += Probe("--send-signal", user.name).empty() ? 0 : 1;
-    }
-    SendSignal(owner.Get());
+    int count = 0;
+    EXPECT_GE(sd_bus_request_name(owner.Get(), kBusName, 0), 0);
+    sd_bus_add_filter(owner.Get(), nullptr, CountSignal, &count);
+    EXPECT_EQ(RunAndRead({kCorePath, "--send-signals", GetParam()}), "sent\n");
+    sd_bus_call_method(owner.Get(), "org.freedesktop.DBus", "/", "org.freedesktop.DBus", "GetId",
+                       nullptr, nullptr, nullptr);
     while (sd_bus_process(owner.Get(), nullptr) > 0) {
     }
-    return {received, sent + 1};
+    return count;
   }
+
+  const bool mIsRoot = GetParam() == std::string("root");
+  const bool mIsMember = GetParam() == std::string("member");
 };
 
-TEST_F(BusPolicyTest, LetsRootAndTheGroupCallOneMethodAndIntrospect) {
+TEST_P(BusPolicyTest, LetsOneMethodAndIntrospectionThrough) {
   const Daemon daemon;
-  const std::string denied = "org.freedesktop.DBus.Error.AccessDenied";
-  for (const auto& user : kUsers) {
-    const Lines seen = Probe("--send-calls", user.name);
-    if (seen.empty()) {
-      continue;
-    }
-    // The name is taken, which only its possible owners are told.
-    Lines expected = {std::string("ownership: ") + std::strerror(user.isRoot ? EEXIST : EACCES)};
+  // The name is taken, which only its possible owners are told.
+  Lines expected = {std::string("ownership: ") + std::strerror(mIsRoot ? EEXIST : EACCES)};
+  for (int destination = 0; destination < 2; ++destination) {
     for (const auto& call : kCalls) {
-      const bool isAllowed = call.isForTheGroup && (user.isRoot || user.isMember);
-      expected.push_back(std::string(call.name) + ": " + (isAllowed ? "answered" : denied));
+      const bool isAllowed = call.isForTheGroup && (mIsRoot || mIsMember);
+      expected.push_back(std::string(call.name) + ": " +
+                         (isAllowed ? "answered" : "org.freedesktop.DBus.Error.AccessDenied"));
     }
-    EXPECT_EQ(seen, expected) << user.name;
   }
+  EXPECT_EQ(LinesOf(RunAndRead({kCorePath, "--send-calls", GetParam()})), expected);
 }
 
-TEST_F(BusPolicyTest, LetsNoSignalThrough) {
-  const auto [seen, sent] = CountSignals(BusPolicy::kOpenToAll);
-  EXPECT_EQ(seen, sent);
-  EXPECT_EQ(CountSignals(BusPolicy::kAsInstalled).first, 0);
+TEST_P(BusPolicyTest, LetsNoSignalThrough) {
+  EXPECT_EQ(CountSignals(BusPolicy::kOpenToAll), 2);
+  EXPECT_EQ(CountSignals(BusPolicy::kAsInstalled), 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(As, BusPolicyTest, testing::Values("root", "member", "stranger"),
+                         [](const auto& tested) { return std::string(tested.param); });
 
 }  // namespace
 
 int SendProbes(const std::string& mode, const std::string& user) {
-  if (!Become(user)) {
-    std::cout << "no such user" << std::endl;
-    return 1;
+  if (user != "root") {
+    BecomeOtherUser(user == "member" ? std::vector{kMemberGroup} : std::vector<gid_t>{});
   }
-  prctl(PR_SET_DUMPABLE, 1);
   const Caller caller;
-  if (mode == "--send-signal") {
-    SendSignal(caller.Get());
-    std::cout << "sent" << std::endl;
-    return 0;
-  }
-  const int r = sd_bus_request_name(caller.Get(), kName, 0);
-  std::cout << "ownership: " << std::strerror(-r) << '\n';
-  for (const auto& call : kCalls) {
-    std::cout << call.name << ": "
-              << Send(caller.Get(), call.path, call.interface, call.member, call.signature)
-              << std::endl;
-  }
+  (mode == "--send-signals" ? SendSignals : SendCalls)(caller.Get());
   return 0;
 }
 

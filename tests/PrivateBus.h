@@ -106,12 +106,18 @@ class Caller {
   Lines mReplies;
 };
 
+// Whether this user namespace has no other user than this one.
+bool HasOneUser();
+
+// Makes this process that of a user without rights, who is in these groups and in no others.
+void BecomeOtherUser(const std::vector<gid_t>& groups);
+
 // What the test program does as "--attack NAME" from any other path than the casting engine's.
 // Returns its exit status.
 int Attack(const std::string& name);
 
-// What the test program does as "--send-calls USER" and "--send-signal USER": sends messages to the
-// daemon as that user and prints what came of each.
+// What the test program does as "--send-calls USER" and "--send-signals USER": sends messages to
+// the daemon as that user and prints what came of each.
 int SendProbes(const std::string& mode, const std::string& user);
 
 // The main program with the daemon as its child; both are stopped at the end.
