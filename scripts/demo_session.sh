@@ -40,9 +40,11 @@ start_bus() {
     2>"$folder/bus.log" &
   bus_pid=$!
   for _ in $(seq 100); do
-    [ -S "$folder/bus" ] && break
+    [ ! -S "$folder/bus" ] || return 0
     sleep 0.05
   done
+  cat "$folder/bus.log" >&2
+  return 1
 }
 
 # Starts the main program, which starts the daemon.
@@ -58,7 +60,7 @@ start_main() {
   read -r ready <&"$from_main" || true
   if [ "$ready" != ready ]; then
     echo "The daemon did not get ready: $ready" >&2
-    cat "$folder/stderr" "$folder"/home/Brimlet/log/* >&2
+    cat "$folder"/*.log "$folder/stderr" "$folder"/home/Brimlet/log/* >&2
     exit 1
   fi
 }

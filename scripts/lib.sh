@@ -40,17 +40,18 @@ install_missing() {
 # unpack PACKAGE: its files in build/PACKAGE, for what would change the machine if it were installed.
 unpack() {
   [ ! -d "build/$1" ] || return 0
-  local folder
-  folder=$(mktemp -d)
-  if (cd "$folder" && { apt-get -qq download "$1" ||
-    { as_root apt-get -qq update && apt-get -qq download "$1"; }; }) >"$folder/output" 2>&1; then
-    dpkg-deb --extract "$folder/$1"_*.deb "$folder/files"
-    mkdir -p build
-    mv "$folder/files" "build/$1"
-  else
-    echo "$1 cannot be fetched: $(tail -n 1 "$folder/output")" >&2
-  fi
-  rm -r "$folder"
+  mkdir -p build
+  (
+    folder=$(mktemp -d -p build)
+    trap 'rm -rf "$folder"' EXIT
+    download() { (cd "$folder" && apt-get -qq download "$1") >"$folder/output" 2>&1; }
+    if download "$1" || { as_root apt-get -qq update && download "$1"; }; then
+      dpkg-deb --extract "$folder/$1"_*.deb "$folder/files"
+      mv "$folder/files" "build/$1"
+    else
+      echo "$1 cannot be fetched: $(tail -n 1 "$folder/output")" >&2
+    fi
+  )
 }
 
 # quietly COMMAND...: shows what a command prints only if it fails.

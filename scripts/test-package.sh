@@ -5,26 +5,25 @@
 #
 #   scripts/test-package.sh
 #
-# Has to be root, for the fresh root. Nothing is left behind but the folder build/.
+# As root, or with sudo, which the fresh root takes. Nothing is left behind but the folder build/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-if [ "$(id -u)" -ne 0 ]; then
-  echo "$0 has to be run as root" >&2
+install_missing mmdebstrap util-linux
+if ! as_root true 2>/dev/null; then
+  echo "$0: has to be run as root, or to have sudo" >&2
   exit 1
 fi
 scripts/package.sh
-install_missing mmdebstrap util-linux
 
 root=$(mktemp -d "${TMPDIR:-/tmp}/brimlet-root-XXXXXX")
-trap 'rm -rf --one-file-system "$root"' EXIT
+trap 'as_root rm -rf --one-file-system "$root"' EXIT
 echo "Making a fresh root"
 # With the bus, and with what a developer has anyway; the rest is for the packages to ask for.
-quietly mmdebstrap --mode=root --variant=apt --format=directory \
+quietly as_root mmdebstrap --mode=root --variant=apt --format=directory \
   --include=ca-certificates,dbus,g++,cmake,make,pkg-config bookworm "$root"
-mkdir "$root/src"
-cp build/package/debs/*.deb "$root/src/"
-cp -r examples scripts tests/consumer "$root/src/"
+as_root mkdir "$root/src"
+as_root cp -r build/package/debs/*.deb examples scripts tests/consumer "$root/src/"
 # In a process namespace of its own: with the script everything ends that it has started.
-unshare --mount --pid --fork --kill-child scripts/test_package_session.sh "$root"
+as_root timeout 600 unshare --mount --pid --fork --kill-child scripts/test_package_session.sh "$root"

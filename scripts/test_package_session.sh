@@ -29,27 +29,33 @@ start_machine() {
   mkdir -p "$root/run/dbus"
   inside dbus-daemon --system --nofork --nopidfile 2>"$root/bus.log" &
   for _ in $(seq 100); do
-    [ -S "$root/run/dbus/system_bus_socket" ] && break
+    [ ! -S "$root/run/dbus/system_bus_socket" ] || return 0
     sleep 0.05
   done
+  fail "the bus does not start"
 }
 
 # While the bus runs: what it is told by the installation has to be enough.
 install_packages() {
   quietly inside apt-get -qq update
   quietly inside sh -c 'apt-get -qq install -y --no-install-recommends ./*.deb'
-  [ -z "$(inside dpkg --verify brimletd libbrimlet-dev)" ] || fail "files differ from the packages'"
+  # Once more, as an upgrade goes.
+  quietly inside sh -c 'apt-get -qq install -y --reinstall ./*.deb'
+  inside dpkg --verify brimletd libbrimlet-dev >"$root/src/changed" || fail "dpkg --verify"
+  [ ! -s "$root/src/changed" ] || fail "not as packed: $(cat "$root/src/changed")"
+  inside sh -c 'for file in $(dpkg -L brimletd libbrimlet-dev); do
+      [ -d "$file" ] || echo "$file"; done' >"$root/src/installed"
   [ "$(inside dpkg-query -W -f '${Version}' brimletd)" = "$version" ] || fail "version of the package"
   [ "$(inside pkg-config --modversion brimlet)" = "$version" ] || fail "version of the library"
   inside sh -c 'zcat /usr/share/man/man8/brimletd.8.gz' >"$root/src/manual"
   grep -q "brimletd $version" "$root/src/manual" || fail "version of the manual"
 }
 
-# compile SOURCE PROGRAM: as the manual says.
+# compile SOURCE PROGRAM [OPTION]: as the manual says.
 compile() {
-  quietly inside sh -c \
-    'c++ -std=c++20 -Wall -Wextra -Werror -I/usr/include/brimlet "$1" -o "$2" \
-       $(pkg-config --cflags --libs brimlet)' compile "$1" "$2"
+  # shellcheck disable=SC2016  # expanded inside
+  quietly inside sh -c 'c++ -std=c++20 -Wall -Wextra -Werror $3 "$1" -o "$2" \
+    $(pkg-config --cflags --libs brimlet)' compile "$@"
 }
 
 build_against_the_library() {
@@ -59,7 +65,8 @@ build_against_the_library() {
   rm "$root/src/log"
   compile consumer/consumer.cpp plain
   inside ./plain /src/log || fail "the program that found the library by pkg-config"
-  compile examples/main_program.cpp main_program
+  # It names headers as the tree does.
+  compile examples/main_program.cpp main_program -I/usr/include/brimlet
   # The program in the manual, without the marks of its typesetting.
   sed -n '/^#include <brimlet/,/^\.EE$/{/^\.EE$/d; s/\\-/-/g; s/\\e/\\/g; p}' "$root/src/manual" \
     >"$root/src/manual.cpp"
@@ -79,9 +86,10 @@ run_the_manuals_program() {
   inside "$main" <"$root/src/to" >"$root/src/from" &
   pid=$!
   exec {to}>"$root/src/to" {from}<"$root/src/from"
-  read -r seen <&"$from"
+  read -r -t 60 seen <&"$from" || fail "the program of the manual prints nothing"
   [[ $seen = "uid=0(root) "* ]] || fail "the program of the manual prints $seen"
   group=$(inside getent group brimlet | cut -d: -f3)
+  [ -n "$group" ] || fail "no group"
   seen=$(as "--groups=$group" "${call[@]}")
   [ "$seen" = 's "auth failed"' ] || fail "a member of the group gets $seen"
   seen=$(as --clear-groups "${call[@]}")
@@ -101,5 +109,8 @@ run_the_manuals_program
 quietly inside unshare --mount --propagation=unchanged \
   scripts/demo_session.sh /usr/sbin/brimletd ./main_program installed
 quietly inside apt-get -qq purge -y brimletd libbrimlet-dev
-[ -z "$(inside sh -c 'ls -d /usr/share/dbus-1/*/com.tolvane.* 2>/dev/null')" ] || fail "not removed"
+[ -s "$root/src/installed" ] || fail "nothing was installed"
+while read -r file; do
+  [ ! -e "$root$file" ] || fail "$file is not removed"
+done <"$root/src/installed"
 echo "the packages install, work and can be removed"

@@ -21,6 +21,9 @@ while IFS= read -r line; do
     released=${BASH_REMATCH[2]}
     newest=${newest:-${BASH_REMATCH[1]}}
     printf '%s (%s) unstable; urgency=medium\n\n' "$package" "${BASH_REMATCH[1]}"
+  elif [[ $line = '## '* && $line != '## [Unreleased]' ]]; then
+    echo "CHANGELOG.md: no heading of a version: $line" >&2
+    exit 1
   elif [ -n "$released" ]; then
     case $line in
       '- '*) printf '  * %s\n' "${line#- }" ;;

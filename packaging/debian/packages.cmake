@@ -8,12 +8,10 @@ set(BRIMLET_PACKAGE_CONTACT "Brimlet maintainers <maintainers@tolvane.com>" CACH
     "Who answers for the packages")
 
 find_program(GZIP gzip REQUIRED)
-find_program(BASH bash REQUIRED)
 set(changelog "${CMAKE_CURRENT_BINARY_DIR}/changelog.gz")
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/CHANGELOG.md")
 execute_process(
-  COMMAND ${BASH} ${CMAKE_CURRENT_SOURCE_DIR}/debian/changelog.sh
-    ${PROJECT_NAME} ${PROJECT_VERSION} "${BRIMLET_PACKAGE_CONTACT}"
+  COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/debian/changelog.sh ${PROJECT_NAME} ${PROJECT_VERSION} "${BRIMLET_PACKAGE_CONTACT}"
   COMMAND ${GZIP} -9n
   INPUT_FILE "${PROJECT_SOURCE_DIR}/CHANGELOG.md" OUTPUT_FILE "${changelog}"
   COMMAND_ERROR_IS_FATAL ANY)
@@ -58,7 +56,7 @@ the group ${BRIMLET_GROUP} reach the daemon and nobody else.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libbrimlet-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libssl-dev (>= 3.0), libsystemd-dev")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "brimletd (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS brimletd)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "runtime library of the Brimlet application (development)
 What the programs of the application link: the call to the helper daemon
 brimletd, the log, status codes, random numbers and passwords, the wiping of
