@@ -50,8 +50,11 @@ std::vector<char*> PointersTo(Command& command) {
 // Where that cannot be, the tests find it missing.
 void ShowBroker() {
   const char* const folder = IsOnBroker() ? getenv("BRIMLET_BROKER_DIR") : nullptr;
-  const std::string layers = std::string("lowerdir=") + (folder ? folder : "") + ":/usr/bin";
-  if (folder != nullptr && mount("brimlet-test", "/usr/bin", "overlay", 0, layers.c_str()) != 0) {
+  if (folder == nullptr) {
+    return;
+  }
+  const std::string layers = std::string("lowerdir=") + folder + ":/usr/bin";
+  if (mount("brimlet-test", "/usr/bin", "overlay", 0, layers.c_str()) != 0) {
     std::cout << "cannot show " << folder << ": " << std::strerror(errno) << std::endl;
   }
 }
