@@ -200,6 +200,22 @@ void FloodWithCalls() {
   }
 }
 
+// To every connection that the daemon may have: not all of them are there to serve calls.
+void FloodConnections() {
+  const std::string text(kMiB, 'w');
+  Caller caller;
+  for (int i = 0; i < 500; ++i) {
+    const std::string one = ":1." + std::to_string(i % 10);
+    sd_bus_message* message = nullptr;
+    sd_bus_message_new_method_call(caller.Get(), &message, one.c_str(), "/", "a.b", "c");
+    sd_bus_message_append(message, "s", text.c_str());
+    sd_bus_message_set_expect_reply(message, 0);
+    sd_bus_send(caller.Get(), message, nullptr);
+    sd_bus_flush(caller.Get());
+    sd_bus_message_unref(message);
+  }
+}
+
 // Up to what the bus takes, and beyond.
 void SendHugeCalls() {
   for (const std::size_t size : {kMiB, 16 * kMiB, 32 * kMiB - 1024, 32 * kMiB}) {
@@ -216,6 +232,7 @@ const struct {
 } kAttacks[] = {{"random messages", SendRandomMessages, 4 * kMiB},
                 {"cut conversations", CutConversations, 4 * kMiB},
                 {"a flood of calls", FloodWithCalls, 4 * kMiB},
+                {"a flood of every connection", FloodConnections, 4 * kMiB},
                 // The allocator keeps some of it.
                 {"huge calls", SendHugeCalls, 80 * kMiB}};
 
