@@ -1,11 +1,12 @@
 // The entry of brimletd. Takes no arguments.
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
+#include <memory>
 #include <string>
 
 #include "common/Logger.h"
@@ -38,10 +39,12 @@ void CloseOthersOnExec() {
     return;
   }
   // Kernels before 5.11.
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
-    const int fd =
-        std::atoi(entry.path().filename().c_str());  // NOLINT(cert-err34-c): the kernel's
+  const std::unique_ptr<DIR, int (*)(DIR*)> list(opendir("/proc/self/fd"), closedir);
+  if (!list) {
+    return;
+  }
+  while (const dirent* const entry = readdir(list.get())) {
+    const int fd = std::atoi(entry->d_name);  // NOLINT(cert-err34-c): the kernel's
     if (fd >= kFirst) {
       fcntl(fd, F_SETFD, FD_CLOEXEC);
     }
