@@ -32,7 +32,11 @@ Outcome Refuse(sd_bus_message* message, const char* text, int result) {
   return {result, Reply(message, text) >= 0};
 }
 
-// A command's output as far as it has come.
+// Not on the stack, where each call would make all of its pages resident, to keep them for good:
+// the compiler's protection from stack clashes touches every one.
+std::array<char, MAX_BUF_SIZE> outputBytes;
+
+// A command's output as far as it has come. There is one at a time.
 class OutputBuffer {
  public:
   // Reads all of it. False when it becomes too long, or begins with a zero byte.
@@ -51,14 +55,13 @@ class OutputBuffer {
 
   // Without its last byte.
   const char* Get() {
-    mText[mLength > 0 ? mLength - 1 : 0] = '\0';
-    return mText.data();
+    outputBytes[mLength > 0 ? mLength - 1 : 0] = '\0';
+    return outputBytes.data();
   }
 
  private:
-  std::span<char> Room() { return std::span(mText).subspan(mLength); }
+  std::span<char> Room() { return std::span(outputBytes).subspan(mLength); }
 
-  std::array<char, MAX_BUF_SIZE> mText;
   std::size_t mLength = 0;
 };
 
