@@ -32,38 +32,25 @@ Outcome Refuse(sd_bus_message* message, const char* text, int result) {
   return {result, Reply(message, text) >= 0};
 }
 
-// Not on the stack, where each call would make all of its pages resident, to keep them for good:
-// the compiler's protection from stack clashes touches every one.
-std::array<char, MAX_BUF_SIZE> outputBytes;
+using OutputBuffer = std::array<char, MAX_BUF_SIZE>;
 
-// A command's output as far as it has come. There is one at a time.
-class OutputBuffer {
- public:
-  // Reads all of it. False when it becomes too long, or begins with a zero byte.
-  bool ReadFrom(Utils::CommandPipe& pipe) {
-    Utils::ZeroByteFilter filter(kPieceSize);
-    for (auto block = pipe.Read(Room()); !block.empty(); block = pipe.Read(Room())) {
-      const bool isHiddenWhole = mLength == 0 && block[0] == '\0';
-      mLength += filter.Apply(block);
-      if (isHiddenWhole || mLength >= MAX_BUF_SIZE) {
-        BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "lenBuf >= MAX_BUF_SIZE or < 1!");
-        return false;
-      }
+// Reads all output of a command and puts a terminator in place of its last byte. False when it is
+// too long, or begins with a zero byte.
+bool ReadOutput(Utils::CommandPipe& pipe, OutputBuffer& output) {
+  Utils::ZeroByteFilter filter(kPieceSize);
+  std::size_t length = 0;
+  const auto read = [&] { return pipe.Read(std::span(output).subspan(length)); };
+  for (auto block = read(); !block.empty(); block = read()) {
+    const bool isHiddenWhole = length == 0 && block[0] == '\0';
+    length += filter.Apply(block);
+    if (isHiddenWhole || length >= output.size()) {
+      BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "lenBuf >= MAX_BUF_SIZE or < 1!");
+      return false;
     }
-    return true;
   }
-
-  // Without its last byte.
-  const char* Get() {
-    outputBytes[mLength > 0 ? mLength - 1 : 0] = '\0';
-    return outputBytes.data();
-  }
-
- private:
-  std::span<char> Room() { return std::span(outputBytes).subspan(mLength); }
-
-  std::size_t mLength = 0;
-};
+  output[length > 0 ? length - 1 : 0] = '\0';
+  return true;
+}
 
 Outcome Execute(sd_bus_message* message, const char* command) {
   if (!SingletonNew<VerifyCmds>::GetInstance().IsValidCmd(command)) {
@@ -78,16 +65,17 @@ Outcome Execute(sd_bus_message* message, const char* command) {
   if (!pipe.IsOpen()) {
     return Refuse(message, kExecuteFailedReply, -1);
   }
-  OutputBuffer output;
-  const bool isWhole = output.ReadFrom(pipe);
+  // Not on the stack, where the first call would make all of its pages resident, for good: the
+  // compiler's protection from stack clashes touches every one.
+  static OutputBuffer output;
+  const bool isWhole = ReadOutput(pipe, output);
   // Waits for the command: it has ended before the caller hears of it.
   pipe.Close();
   if (!isWhole) {
     return Refuse(message, kExecuteFailedReply, -1);
   }
-  const char* const text = output.Get();
-  const int r = Reply(message, text);
-  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "retBuf: %s", text);
+  const int r = Reply(message, output.data());
+  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "retBuf: %s", output.data());
   return {r, r >= 0};
 }
 

@@ -50,6 +50,7 @@ void CloseOthersOnExec() {
   if (!list) {
     return;
   }
+  // cppcheck-suppress readdirCalled
   while (const dirent* const entry = readdir(list.get())) {
     const int fd = std::atoi(entry->d_name);  // NOLINT(cert-err34-c): the kernel's
     if (fd >= kFirst) {
