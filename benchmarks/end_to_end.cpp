@@ -3,7 +3,7 @@
 //
 //   end_to_end [quick|full|once] [--json FILE]
 //
-// quick takes about half a minute, full some minutes; once only shows that everything works. What
+// quick takes about 25 seconds, full some minutes; once only shows that everything works. What
 // is compared takes turns, on one processor, so that whatever else the machine does hits both
 // alike; a ratio is made of one round's figures, and the table shows the median of the rounds.
 #include <sys/prctl.h>
@@ -37,22 +37,20 @@ using BrimletTest::RunAndRead;
 using std::chrono::milliseconds;
 
 const std::string kFloorPath = "/opt/floor";
+const std::string kFloorCxxPath = "/opt/floor_cxx";
 const std::string kLinesPath = "/opt/lines";
 constexpr int kLines = 100000;
 
 const Request kTrivial = {"echo --add", "--add", "Run"};
 const Request kRefused = {"echo --nope", "ExecutePopen failed!", "Refuse"};
 
-constexpr const char* kNotes =
-    "The floor is a bus service that replies a fixed text, or runs the line with popen and "
-    "replies\n"
-    "the output. It leaves out: asking the bus who the caller is, and reading its executable; "
-    "judging\n"
-    "the line; the log; the bounds; the parent. Its caller does not ask who has replied. A peer "
-    "is\n"
-    "started without a shell by an ordinary user, may do everything unasked, and runs the line "
-    "with\n"
-    "\"sh -c\".\n";
+constexpr const char* kNotes = R"(
+The floor is a bus service that replies a fixed text, or runs the line with popen and replies
+the output. It leaves out: asking the bus who the caller is, and reading its executable;
+judging the line; the log; the bounds; the parent. Its caller does not ask who has replied. The
+floor of the memory is linked with the C++ library; the line below it shows the one without.
+A peer is started without a shell by an ordinary user, may do everything unasked, and runs the
+line with "sh -c". All of it runs on one processor.)";
 
 // How much is measured.
 struct Extent {
@@ -65,13 +63,16 @@ struct Extent {
 };
 
 Extent ExtentOf(const std::string& mode) {
+  if (mode == "quick") {
+    return {11, 60, 5, milliseconds(150), 10, milliseconds(4000)};
+  }
   if (mode == "full") {
     return {40, 100, 10, milliseconds(300), 20, milliseconds(20000)};
   }
   if (mode == "once") {
     return {2, 3, 1, milliseconds(20), 2, milliseconds(2000)};
   }
-  return {9, 60, 5, milliseconds(150), 10, milliseconds(4000)};
+  throw std::runtime_error("no such mode: " + mode);
 }
 
 class EndToEnd {
@@ -81,10 +82,11 @@ class EndToEnd {
         mOneByteLines{"cat${IFS}" + kLinesPath + ";: --add", std::string(kLines - 1, '\n'), "Run"} {
     Velmar::Utils::SetBrimletdPid(mDaemon.Pid());
     BrimletTest::WriteWhole(kLinesPath, std::string(kLines, '\n'));
-    WaitForName("brimlet.Floor");
+    WaitForName(kFloorName);
   }
 
   const Report& Run() {
+    MeasureIdle();
     for (int i = 0; i < mExtent.rounds; ++i) {
       MeasureTrivial();
       MeasureLatency("one refused command", kRefused, mExtent.requests, 1.3);
@@ -95,7 +97,6 @@ class EndToEnd {
     }
     MeasureSystemCalls("trivial", kTrivial, 24);
     MeasureSystemCalls("refused", kRefused, 16);
-    MeasureIdle();
     MeasureSize();
     for (const Peer& peer : mPeers.All()) {
       if (!peer.runner) {
@@ -180,18 +181,26 @@ class EndToEnd {
     }
   }
 
+  // First of all: what the processes do later leaves its mark on their memory.
   void MeasureIdle() {
+    const std::string cxxName = "brimlet.FloorCxx";
+    const Process cxxFloor({kFloorCxxPath, cxxName});
+    WaitForName(cxxName);
+    for (const Request* const request : {&kTrivial, &kRefused}) {
+      CallHelper(*request);
+      CallFloor(*request);
+      CallFloor(*request, cxxName);
+    }
     const double pss = Pss(mDaemon.Pid());
-    const double floorPss = Pss(mFloor.Pid());
-    mReport.AddRatio("idle: PSS", "floor", 1.1, pss / floorPss);
+    mReport.AddRatio("idle: PSS", "floor", 1.1, pss / Pss(cxxFloor.Pid()));
+    mReport.AddRatio("idle: PSS, no C++ library", "floor", kNoBound, pss / Pss(mFloor.Pid()));
     mReport.AddFigure("idle: PSS of the daemon", pss, kNoBound, "KiB");
-    mReport.AddFigure("idle: PSS of the floor", floorPss, kNoBound, "KiB");
+    MeasureIdlePeer(pss);
     const double sleeps = Sleeps(mDaemon.Pid());
     std::this_thread::sleep_for(mExtent.idleTime);
     const double seconds = std::chrono::duration<double>(mExtent.idleTime).count();
     mReport.AddFigure("idle: wake-ups", (Sleeps(mDaemon.Pid()) - sleeps) / seconds, 0.5,
                       "a second");
-    MeasureIdlePeer(pss);
   }
 
   void MeasureIdlePeer(double pss) {
@@ -222,7 +231,7 @@ class EndToEnd {
   const std::unique_ptr<Process> mBus = StartBus(mFolder.Path());
   Peers mPeers{kTrivial.line, kTrivial.reply + "\n"};
   const Daemon mDaemon;
-  const Process mFloor{{kFloorPath}};
+  const Process mFloor{{kFloorPath, kFloorName}};
   Report mReport;
 };
 
@@ -248,7 +257,8 @@ int main(int argc, char** argv) {
     if (fs::read_symlink("/proc/self/exe") != kCorePath) {
       BrimletTest::BecomeCore(argv, {{BRIMLET_MAIN_PROGRAM, BrimletTest::kMainPath},
                                      {BRIMLET_DAEMON, BrimletTest::kDaemonPath},
-                                     {BRIMLET_FLOOR, kFloorPath}});
+                                     {BRIMLET_FLOOR, kFloorPath},
+                                     {BRIMLET_FLOOR_CXX, kFloorCxxPath}});
     }
     Pin({0}, OneOf(UsableProcessors()));
     EndToEnd endToEnd(ExtentOf(mode));

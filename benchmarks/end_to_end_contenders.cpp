@@ -31,13 +31,13 @@ void CallHelper(const Request& request) {
   Expect(request.reply, result + error);
 }
 
-void CallFloor(const Request& request) {
+void CallFloor(const Request& request, const std::string& name) {
   sd_bus* bus = nullptr;
   sd_bus_message* reply = nullptr;
   const char* text = "none";
   if (sd_bus_open_system(&bus) >= 0 &&
-      sd_bus_call_method(bus, "brimlet.Floor", "/floor", "brimlet.Floor", request.floorMethod,
-                         nullptr, &reply, "s", request.line.c_str()) >= 0) {
+      sd_bus_call_method(bus, name.c_str(), "/floor", "brimlet.Floor", request.floorMethod, nullptr,
+                         &reply, "s", request.line.c_str()) >= 0) {
     sd_bus_message_read(reply, "s", &text);
   }
   const std::string result = text;
@@ -68,6 +68,7 @@ double MeasureRate(int callers, std::chrono::milliseconds time, const std::funct
   const Clock::time_point start = Clock::now();
   const double elapsed = Measure([&] {
     std::vector<std::jthread> threads;
+    threads.reserve(static_cast<std::size_t>(callers));
     for (int i = 0; i < callers; ++i) {
       threads.emplace_back([&] {
         while (Clock::now() - start < time) {

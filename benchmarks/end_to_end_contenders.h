@@ -7,6 +7,9 @@
 
 namespace BrimletBench {
 
+// The floor's name on the bus, of which there may be several.
+inline const std::string kFloorName = "brimlet.Floor";
+
 // A line, and what everybody has to reply to it.
 struct Request {
   std::string line;
@@ -17,7 +20,7 @@ struct Request {
 // Each opens a connection, calls, and closes it. They throw when the reply is another one, and may
 // be called from several threads.
 void CallHelper(const Request& request);
-void CallFloor(const Request& request);
+void CallFloor(const Request& request, const std::string& name = kFloorName);
 
 // Waits until the bus knows `name`.
 void WaitForName(const std::string& name);

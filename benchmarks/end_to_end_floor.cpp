@@ -3,6 +3,8 @@
 //
 // It asks nobody who the caller is, judges no line, logs nothing, bounds nothing but its buffer,
 // and looks at no parent.
+//
+//   end_to_end_floor NAME
 #include <systemd/sd-bus.h>
 
 #include <cstdint>
@@ -41,11 +43,11 @@ const sd_bus_vtable methods[] = {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
   sd_bus* bus = nullptr;
-  if (sd_bus_open_system(&bus) < 0 ||
+  if (argc != 2 || sd_bus_open_system(&bus) < 0 ||
       sd_bus_add_object_vtable(bus, nullptr, "/floor", "brimlet.Floor", methods, nullptr) < 0 ||
-      sd_bus_request_name(bus, "brimlet.Floor", 0) < 0) {
+      sd_bus_request_name(bus, argv[1], 0) < 0) {
     return 1;
   }
   for (;;) {
