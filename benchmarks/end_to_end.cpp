@@ -82,7 +82,7 @@ class EndToEnd {
         mOneByteLines{"cat${IFS}" + kLinesPath + ";: --add", std::string(kLines - 1, '\n'), "Run"} {
     Velmar::Utils::SetBrimletdPid(mDaemon.Pid());
     BrimletTest::WriteWhole(kLinesPath, std::string(kLines, '\n'));
-    WaitForName(kFloorName);
+    WaitForName(kFloorName, mFloor.Pid());
   }
 
   const Report& Run() {
@@ -185,7 +185,7 @@ class EndToEnd {
   void MeasureIdle() {
     const std::string cxxName = "brimlet.FloorCxx";
     const Process cxxFloor({kFloorCxxPath, cxxName});
-    WaitForName(cxxName);
+    WaitForName(cxxName, cxxFloor.Pid());
     for (const Request* const request : {&kTrivial, &kRefused}) {
       CallHelper(*request);
       CallFloor(*request);
@@ -211,8 +211,8 @@ class EndToEnd {
     }
     try {
       const Process peer({"sh", "-c", std::string("exec ") + path + " >/dev/null 2>&1"});
-      WaitForName("org.freedesktop.RealtimeKit1");
-      mReport.AddRatio("idle: PSS", "rtkit-daemon", kNoBound, pss / Pss(peer.Pid()));
+      WaitForName("org.freedesktop.RealtimeKit1", peer.Pid());
+      mReport.AddRatio("idle: PSS", "rtkit-daemon", 1, pss / Pss(peer.Pid()));
     } catch (const std::exception& error) {
       mReport.AddNote(std::string("rtkit-daemon: not measured: ") + error.what());
     }

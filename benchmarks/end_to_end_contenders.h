@@ -1,6 +1,8 @@
 // Who does the same work: the helper and its floor, called as an application calls them.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <functional>
 #include <string>
@@ -22,8 +24,8 @@ struct Request {
 void CallHelper(const Request& request);
 void CallFloor(const Request& request, const std::string& name = kFloorName);
 
-// Waits until the bus knows `name`.
-void WaitForName(const std::string& name);
+// Waits until the bus knows `name`. Throws when `owner`, a child that is to take it, does not.
+void WaitForName(const std::string& name, pid_t owner);
 
 // How long it takes, in us.
 double Measure(const std::function<void()>& work);

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <stdexcept>
 
@@ -32,11 +33,28 @@ constexpr uid_t kOtherUser = 65534;
 constexpr const char* kOtherUserName = "nobody";
 constexpr const char* kPolkitDaemon = "/usr/lib/polkit-1/polkitd";
 
+bool BecomeOtherUser() {
+  return setgroups(0, nullptr) == 0 && setresgid(kOtherUser, kOtherUser, kOtherUser) == 0 &&
+         setresuid(kOtherUser, kOtherUser, kOtherUser) == 0;
+}
+
+// Not in the namespace of an ordinary user.
+bool IsThereAnotherUser() {
+  const pid_t child = fork();
+  if (child == 0) {
+    _exit(BecomeOtherUser() ? 0 : 1);
+  }
+  return BrimletTest::WaitFor(child) == 0;
+}
+
 // A changed copy of /etc, and an empty /run, both for this machine alone.
 void MakeConfiguration() {
+  if (!IsThereAnotherUser()) {
+    throw std::runtime_error("there is no other user here, and so none who may change the user");
+  }
   const std::string copied = BrimletTest::RunAndRead({"sh", "-c", "cp -a /etc /opt/etc 2>&1"});
   if (!copied.empty()) {
-    throw std::runtime_error("no copy of /etc: " + copied);
+    throw std::runtime_error("no copy of /etc: " + copied.substr(0, copied.find('\n')));
   }
   Require(mount("/opt/etc", "/etc", nullptr, MS_BIND, nullptr) == 0, "mount /etc");
   Require(mount("brimlet-test", "/run", "tmpfs", 0, "mode=0755") == 0, "mount /run");
@@ -60,17 +78,12 @@ std::unique_ptr<Process> StartPolkit() {
   fs::create_symlink(bus, "/run/dbus/system_bus_socket");
   auto polkit = std::make_unique<Process>(
       Command{"sh", "-c", std::string("exec ") + kPolkitDaemon + " --no-debug >/dev/null 2>&1"});
-  WaitForName("org.freedesktop.PolicyKit1");
+  WaitForName("org.freedesktop.PolicyKit1", polkit->Pid());
   return polkit;
 }
 
 bool IsInstalled(const std::string& program) {
   return !BrimletTest::RunAndRead({"sh", "-c", "command -v " + program}).empty();
-}
-
-bool BecomeOtherUser() {
-  return setgroups(0, nullptr) == 0 && setresgid(kOtherUser, kOtherUser, kOtherUser) == 0 &&
-         setresuid(kOtherUser, kOtherUser, kOtherUser) == 0;
 }
 
 // Runs a command to its end and returns all that it prints.
@@ -97,6 +110,16 @@ std::string RunToEnd(char** command) {
   }
   waitpid(pid, nullptr, 0);
   return text;
+}
+
+// What `work` throws; empty when it succeeds.
+std::string WhyNot(const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return "";
 }
 
 // Starts the runner and has it run once.
@@ -126,14 +149,10 @@ Peers::Peers(const std::string& line, const std::string& output) {
   } known[] = {{"doas", 0.4, {"doas", "-n", "sh", "-c", line}},
                {"sudo -n", 0.33, {"sudo", "-n", "sh", "-c", line}},
                {"pkexec", 0.1, {"pkexec", "sh", "-c", line}}};
-  std::string whyNot;
-  try {
-    MakeConfiguration();
-    if (IsInstalled("pkexec")) {
-      mPolkit = StartPolkit();
-    }
-  } catch (const std::exception& error) {
-    whyNot = error.what();
+  const std::string whyNot = WhyNot(MakeConfiguration);
+  if (whyNot.empty() && IsInstalled("pkexec")) {
+    // Without it, pkexec tells what it misses.
+    static_cast<void>(WhyNot([&] { mPolkit = StartPolkit(); }));
   }
   for (const auto& entry : known) {
     Peer& peer = mPeers.emplace_back(Peer{entry.name, entry.bound, nullptr, whyNot});
@@ -149,10 +168,7 @@ double MeasurePeer(Peer& peer) {
 }
 
 int RunPeer(const std::string& output, char** command) {
-  if (!BecomeOtherUser()) {
-    std::cout << "there is no other user here, and so none who may change the user" << std::endl;
-    return EXIT_FAILURE;
-  }
+  BrimletTest::Require(BecomeOtherUser(), "become another user");
   for (std::string line; std::getline(std::cin, line);) {
     std::string text;
     const double time = Measure([&] { text = RunToEnd(command); });
