@@ -1,8 +1,13 @@
 #include "daemon/CallerAuth.h"
 
+#include <sys/types.h>
+#include <systemd/sd-bus.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -42,61 +47,106 @@ std::string EscapeControlBytes(std::string_view path) {
   return escaped;
 }
 
-// The connection over which the bus is asked who a sender is. The library reads and keeps whatever
-// arrives before an answer: on the connection that serves calls, anybody could fill the memory with
-// calls sent faster than they are refused.
-class QueryBus {
+void LogQueryFailure(const char* step, int error) {
+  const void* const noCreds = nullptr;
+  BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", step, error, noCreds);
+}
+
+// What the bus tells about a sender.
+class Answer {
  public:
-  // Opens it unless it is open. Null, and the negative error in `error`, when that fails.
-  sd_bus* Get(int& error) {
-    if (!mBus || !DropUnasked()) {
-      sd_bus* bus = nullptr;
-      error = sd_bus_open_system(&bus);
-      mBus.reset(bus);
-      if (bus == nullptr) {
-        return nullptr;
-      }
-      // What is unasked is not answered either.
-      sd_bus_add_filter(bus, nullptr, TakeAsHandled, nullptr);
+  // As the handler of the reply; `userdata` is the answer.
+  static int Take(sd_bus_message* reply, void* userdata, sd_bus_error* /*error*/) {
+    auto* const answer = static_cast<Answer*>(userdata);
+    answer->mIsThere = true;
+    answer->mError = -sd_bus_message_get_errno(reply);
+    if (answer->mError == 0) {
+      answer->mError = std::min(sd_bus_message_read(reply, "u", &answer->mPid), 0);
     }
-    return mBus.get();
+    return 1;
+  }
+
+  [[nodiscard]] bool IsThere() const { return mIsThere; }
+  // 0, or negative: the bus does not know the sender.
+  [[nodiscard]] int Error() const { return mError; }
+  // Positive, or -ENODATA: the sender has no process id here.
+  [[nodiscard]] int Pid() const {
+    const auto pid = static_cast<pid_t>(mPid);
+    return pid > 0 ? pid : -ENODATA;
   }
 
  private:
-  static constexpr int kMaxUnasked = 256;
+  bool mIsThere = false;
+  int mError = 0;
+  std::uint32_t mPid = 0;
+};
+
+// The connection over which the bus is asked who a sender is. The bus library's own question reads
+// and keeps whatever arrives before the answer: anybody could fill the memory with calls sent
+// faster than they are refused. Here each message is gone before the next one is read.
+class QueryBus {
+ public:
+  // Returns 0 when there is an answer, otherwise a negative error.
+  int Ask(const char* sender, Answer& answer) {
+    int r = Open();
+    if (r < 0) {
+      return r;
+    }
+    sd_bus_slot* sent = nullptr;
+    r = sd_bus_call_method_async(mBus.get(), &sent, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                 "org.freedesktop.DBus", "GetConnectionUnixProcessID", Answer::Take,
+                                 &answer, "s", sender);
+    const UniqueSlot slot(sent);
+    while (r >= 0 && !answer.IsThere()) {
+      r = sd_bus_process(mBus.get(), nullptr);
+      if (r == 0) {
+        r = sd_bus_wait(mBus.get(), UINT64_MAX);
+      }
+    }
+    return std::min(r, 0);
+  }
+
+ private:
+  // Opens it unless it is open.
+  int Open() {
+    if (mBus && sd_bus_is_open(mBus.get()) > 0) {
+      return 0;
+    }
+    sd_bus* bus = nullptr;
+    const int r = sd_bus_open_system(&bus);
+    mBus.reset(bus);
+    if (r >= 0) {
+      // What is unasked is not answered either.
+      sd_bus_add_filter(bus, nullptr, TakeAsHandled, nullptr);
+    }
+    return r;
+  }
 
   static int TakeAsHandled(sd_bus_message* /*message*/, void* /*userdata*/,
                            sd_bus_error* /*error*/) {
     return 1;
   }
 
-  // Throws away what others have sent here. False: there is no end of it, or the connection failed.
-  bool DropUnasked() {
-    int r = 1;
-    for (int i = 0; i < kMaxUnasked && r > 0; ++i) {
-      r = sd_bus_process(mBus.get(), nullptr);
-    }
-    return r == 0;
-  }
-
   UniqueBus mBus;
 };
-
-void LogQueryFailure(const char* step, int error, const void* creds) {
-  BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", step, error, creds);
-}
 
 }  // namespace
 
 int GetSenderPid(sd_bus_message* message) {
   static QueryBus queryBus;
-  int error = 0;
-  sd_bus* const bus = queryBus.Get(error);
-  if (bus == nullptr) {
-    LogQueryFailure("sd_bus_query_sender_creds", error, nullptr);
-    return error;
+  Answer answer;
+  int r = queryBus.Ask(sd_bus_message_get_sender(message), answer);
+  if (r >= 0) {
+    r = answer.Error();
   }
-  return QuerySenderPid(bus, message, LogQueryFailure);
+  if (r < 0) {
+    LogQueryFailure("sd_bus_query_sender_creds", r);
+    return r;
+  }
+  if (answer.Pid() < 0) {
+    LogQueryFailure("sd_bus_creds_get_pid", answer.Pid());
+  }
+  return answer.Pid();
 }
 
 int GetSenderPath(int pid, char* path) {

@@ -3,8 +3,8 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 
-#include "common/BoundsChecked.h"
 #include "common/LogStatement.h"
 #include "common/Singleton.h"
 #include "daemon/CallerAuth.h"
@@ -15,7 +15,7 @@ namespace Velmar {
 namespace {
 
 constexpr const char* kModule = "ORVIX_BRIMLETD";
-constexpr std::size_t kPieceSize = 1024;  // terminator included
+constexpr std::size_t kPieceSize = 1023;
 
 // A result as BrimletPopen() returns it, and whether the caller got a reply.
 struct Outcome {
@@ -32,53 +32,24 @@ Outcome Refuse(sd_bus_message* message, const char* text, int result) {
   return {result, Reply(message, text) >= 0};
 }
 
-// A command's output as far as it has come, always terminated.
-class OutputBuffer {
- public:
-  OutputBuffer() { mText[0] = '\0'; }
+using OutputBuffer = std::array<char, MAX_BUF_SIZE>;
 
-  // Returns 0. Appends nothing and returns -1 when the text would become too long or would still be
-  // empty, and the positive error code of the copy when that fails.
-  int Append(const char* piece) {
-    const std::size_t pieceLength = std::strlen(piece);
-    const std::size_t newLength = mLength + pieceLength;
-    if (newLength < 1 || newLength >= MAX_BUF_SIZE) {
+// Reads all output of a command and puts a terminator in place of its last byte. False when it is
+// too long, or begins with a zero byte.
+bool ReadOutput(Utils::CommandPipe& pipe, OutputBuffer& output) {
+  Utils::ZeroByteFilter filter(kPieceSize);
+  std::size_t length = 0;
+  const auto read = [&] { return pipe.Read(std::span(output).subspan(length)); };
+  for (auto block = read(); !block.empty(); block = read()) {
+    const bool isHiddenWhole = length == 0 && block[0] == '\0';
+    length += filter.Apply(block);
+    if (isHiddenWhole || length >= output.size()) {
       BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "lenBuf >= MAX_BUF_SIZE or < 1!");
-      return -1;
-    }
-    const int r = memcpy_s(mText.data() + mLength, mText.size() - mLength, piece, pieceLength + 1);
-    if (r != 0) {
-      BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "strcat_s failed!");
-      return r;
-    }
-    mLength = newLength;
-    return 0;
-  }
-
-  void RemoveLastByte() {
-    if (mLength > 0) {
-      mText[--mLength] = '\0';
+      return false;
     }
   }
-
-  [[nodiscard]] const char* Get() const { return mText.data(); }
-
- private:
-  std::array<char, MAX_BUF_SIZE> mText;
-  std::size_t mLength = 0;
-};
-
-// Reads all output of a command. Returns 0, or the result of the append that failed.
-int ReadOutput(Utils::CommandPipe& pipe, OutputBuffer& output) {
-  std::array<char, kPieceSize> piece;
-  while (pipe.ReadPiece(piece)) {
-    const int r = output.Append(piece.data());
-    if (r != 0) {
-      return r;
-    }
-  }
-  output.RemoveLastByte();
-  return 0;
+  output[length > 0 ? length - 1 : 0] = '\0';
+  return true;
 }
 
 Outcome Execute(sd_bus_message* message, const char* command) {
@@ -94,15 +65,17 @@ Outcome Execute(sd_bus_message* message, const char* command) {
   if (!pipe.IsOpen()) {
     return Refuse(message, kExecuteFailedReply, -1);
   }
-  OutputBuffer output;
-  const int read = ReadOutput(pipe, output);
+  // Not on the stack, where the first call would make all of its pages resident, for good: the
+  // compiler's protection from stack clashes touches every one.
+  static OutputBuffer output;
+  const bool isWhole = ReadOutput(pipe, output);
   // Waits for the command: it has ended before the caller hears of it.
   pipe.Close();
-  if (read != 0) {
-    return Refuse(message, kExecuteFailedReply, read);
+  if (!isWhole) {
+    return Refuse(message, kExecuteFailedReply, -1);
   }
-  const int r = Reply(message, output.Get());
-  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "retBuf: %s", output.Get());
+  const int r = Reply(message, output.data());
+  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "retBuf: %s", output.data());
   return {r, r >= 0};
 }
 

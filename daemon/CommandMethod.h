@@ -28,8 +28,8 @@ inline constexpr std::size_t kMaxCommandSize = 131072;
 //   - the argument is kBrimletdExitCommand: ends the process with exit status 0, without a reply;
 //   - everything else: ExecutePopen().
 // `userdata` and `error` are not used. Returns a non-negative value when the command ran and its
-// output was sent, otherwise a negative one, or the positive error code of ExecutePopen(); what
-// failed is logged as ERROR. The result does not tell whether a reply was sent.
+// output was sent, otherwise a negative one; what failed is logged as ERROR. The result does not
+// tell whether a reply was sent.
 int BrimletPopen(sd_bus_message* message, void* userdata, sd_bus_error* error);
 
 // What is registered with the bus library: BrimletPopen(), but once a reply was sent the library is
@@ -45,8 +45,7 @@ int HandleBrimletdCall(sd_bus_message* message, void* userdata, sd_bus_error* er
 // Returns the result of sending the output (negative for output that is no valid UTF-8: nothing is
 // sent then). Returns -1 after kExecuteFailedReply: the policy refuses the line, it has
 // kMaxCommandSize bytes or more, the shell cannot be started, the output is MAX_BUF_SIZE bytes or
-// longer or begins with a zero byte. Returns the positive error code after the same reply when a
-// piece of output cannot be copied. There is no time limit.
+// longer or begins with a zero byte. There is no time limit.
 int ExecutePopen(sd_bus_message* message, const char* command);
 
 }  // namespace Velmar

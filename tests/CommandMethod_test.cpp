@@ -50,6 +50,10 @@ TEST_F(CommandMethodTest, AnswersAsTheOutputAndItsBoundsTell) {
       {"yes x", kFailed, {mTooLong, Failure(-1)}},
       {"yes | head -c 102398", RunAndRead({"sh", "-c", "yes | head -c 102397"}), {}},
       {"head -c 2046 /dev/zero | tr '\\0' x; echo", std::string(2046, 'x'), {}},
+      // A zero byte hides the rest of its piece of 1023 bytes, the second one here.
+      {"head -c 2000 /dev/zero | tr '\\0' x; printf '\\0%0100d\\n'",
+       std::string(2000, 'x') + std::string(55, '0'),
+       {}},
       {"printf 'caf\\303\\251\\n'", "caf\xc3\xa9", {}},
       {"printf 'caf\\351\\n'", "error: org.freedesktop.DBus.Error.InvalidArgs", {Failure(-22)}},
   };

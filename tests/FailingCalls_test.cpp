@@ -1,7 +1,7 @@
 // What the daemon does when the system fails it. A tracer makes one system call fail at a time;
 // limits and a full disk do the rest. Of the failures that the daemon knows, these cannot be
 // brought about from outside: an object that cannot be exported, credentials without a process id,
-// an argument that the bus let through and that cannot be read, and a bounded copy that fails.
+// and an argument that the bus let through and that cannot be read.
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <unistd.h>

@@ -8,7 +8,8 @@
 namespace Velmar::Utils {
 namespace {
 
-constexpr std::size_t kPieceSize = 1025;  // terminator included
+constexpr std::size_t kPieceSize = 1024;
+constexpr std::size_t kBlockSize = 4096;
 
 // Bits 8 to 15 of a wait status, also of a command that a signal ended.
 int GetExitCode(int status) { return (status >> 8) & 0xff; }
@@ -33,9 +34,10 @@ std::string GetCmdOutput(const std::string& cmd) {
     return "";
   }
   std::string text;
-  std::array<char, kPieceSize> piece;
-  while (pipe.ReadPiece(piece)) {
-    text.append(piece.data());
+  ZeroByteFilter filter(kPieceSize);
+  std::array<char, kBlockSize> buffer;
+  for (auto block = pipe.Read(buffer); !block.empty(); block = pipe.Read(buffer)) {
+    text.append(block.data(), filter.Apply(block));
   }
   const int status = pipe.Close();
   if (status == -1 || GetExitCode(status) != 0) {
