@@ -84,20 +84,45 @@ class Answer {
 // The connection over which the bus is asked who a sender is. The bus library's own question reads
 // and keeps whatever arrives before the answer: anybody could fill the memory with calls sent
 // faster than they are refused. Here each message is gone before the next one is read.
+//
+// It owns no name, so no policy keeps others from sending to it. What they have sent may have
+// filled its queue at the bus, which then drops the answer: at the first such message the question
+// is asked again on a new connection.
 class QueryBus {
  public:
   // Returns 0 when there is an answer, otherwise a negative error.
   int Ask(const char* sender, Answer& answer) {
-    int r = Open();
-    if (r < 0) {
-      return r;
+    if (mBus && sd_bus_is_open(mBus.get()) > 0) {
+      const int r = AskOnce(sender, answer, Unasked::kGiveUp);
+      if (r < 0 || answer.IsThere()) {
+        return r;
+      }
     }
+    const int r = Open();
+    return r < 0 ? r : AskOnce(sender, answer, Unasked::kIgnore);
+  }
+
+ private:
+  enum class Unasked { kGiveUp, kIgnore };
+
+  int Open() {
+    sd_bus* bus = nullptr;
+    const int r = sd_bus_open_system(&bus);
+    mBus.reset(bus);
+    mHasUnasked = false;
+    if (r >= 0) {
+      sd_bus_add_filter(bus, nullptr, DropUnasked, this);
+    }
+    return r;
+  }
+
+  int AskOnce(const char* sender, Answer& answer, Unasked unasked) {
     sd_bus_slot* sent = nullptr;
-    r = sd_bus_call_method_async(mBus.get(), &sent, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                 "org.freedesktop.DBus", "GetConnectionUnixProcessID", Answer::Take,
-                                 &answer, "s", sender);
+    int r = sd_bus_call_method_async(
+        mBus.get(), &sent, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "GetConnectionUnixProcessID", Answer::Take, &answer, "s", sender);
     const UniqueSlot slot(sent);
-    while (r >= 0 && !answer.IsThere()) {
+    while (r >= 0 && !answer.IsThere() && !(mHasUnasked && unasked == Unasked::kGiveUp)) {
       r = sd_bus_process(mBus.get(), nullptr);
       if (r == 0) {
         r = sd_bus_wait(mBus.get(), UINT64_MAX);
@@ -106,28 +131,18 @@ class QueryBus {
     return std::min(r, 0);
   }
 
- private:
-  // Opens it unless it is open.
-  int Open() {
-    if (mBus && sd_bus_is_open(mBus.get()) > 0) {
-      return 0;
+  // Not answered either. What the bus itself says unasked is no more than the connection's own
+  // name.
+  static int DropUnasked(sd_bus_message* message, void* queryBus, sd_bus_error* /*error*/) {
+    const char* const sender = sd_bus_message_get_sender(message);
+    if (sender == nullptr || std::strcmp(sender, "org.freedesktop.DBus") != 0) {
+      static_cast<QueryBus*>(queryBus)->mHasUnasked = true;
     }
-    sd_bus* bus = nullptr;
-    const int r = sd_bus_open_system(&bus);
-    mBus.reset(bus);
-    if (r >= 0) {
-      // What is unasked is not answered either.
-      sd_bus_add_filter(bus, nullptr, TakeAsHandled, nullptr);
-    }
-    return r;
-  }
-
-  static int TakeAsHandled(sd_bus_message* /*message*/, void* /*userdata*/,
-                           sd_bus_error* /*error*/) {
     return 1;
   }
 
   UniqueBus mBus;
+  bool mHasUnasked = false;
 };
 
 }  // namespace
