@@ -1,6 +1,7 @@
 // The floors of the shapes of words, which are in those of the policy as well.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <string_view>
@@ -22,12 +23,7 @@ constexpr bool IsWordChar(char c) {
 // For short words.
 template <bool Accepts(char)>
 constexpr bool ScanEach(std::string_view word) {
-  for (const char c : word) {
-    if (!Accepts(c)) {
-      return false;
-    }
-  }
-  return !word.empty();
+  return !word.empty() && std::all_of(word.begin(), word.end(), Accepts);
 }
 
 // For long words: looks at all bytes, which the compiler does for many at a time.
@@ -64,26 +60,33 @@ inline bool LeastMacAddress(std::string_view word) {
          word != "ff:ff:ff:ff:ff:ff"sv;
 }
 
-// One pass over the bytes without a look back.
+// Steps over a number from 0 to 255; null when there is none.
+inline const char* SkipByte(const char* at, const char* end) {
+  if (at == end || !IsDigit(*at)) {
+    return nullptr;
+  }
+  if (*at == '0' || at + 1 == end || !IsDigit(at[1])) {
+    return at + 1;
+  }
+  if (at + 2 == end || !IsDigit(at[2])) {
+    return at + 2;
+  }
+  return (at[0] - '0') * 100 + (at[1] - '0') * 10 + at[2] - '0' <= 255 ? at + 3 : nullptr;
+}
+
 inline bool LeastIpv4Address(std::string_view word) {
   const char* at = word.data();
   const char* const end = at + word.size();
-  for (int field = 0; field < 4; ++field) {
-    if (field > 0 && (at == end || *at++ != '.')) {
-      return false;
-    }
-    if (at == end || !IsDigit(*at) || (field == 0 && *at == '0')) {
-      return false;
-    }
-    auto value = static_cast<unsigned>(*at++ - '0');
-    for (int more = 0; more < 2 && value > 0 && at != end && IsDigit(*at); ++more) {
-      value = value * 10 + static_cast<unsigned>(*at++ - '0');
-    }
-    if (value > 255) {
+  if (word.starts_with('0')) {
+    return false;
+  }
+  for (int dots = 0; dots < 3; ++dots) {
+    at = SkipByte(at, end);
+    if (at == nullptr || at == end || *at++ != '.') {
       return false;
     }
   }
-  return at == end;
+  return SkipByte(at, end) == end;
 }
 
 }  // namespace BrimletBench

@@ -8,8 +8,8 @@ namespace {
 
 constexpr std::size_t kMacLength = 17;
 constexpr std::size_t kMaxNameLength = 64;
-constexpr int kIpv4Fields = 4;
-constexpr unsigned kMaxByte = 255;
+constexpr int kIpv4Dots = 3;
+constexpr int kMaxByte = 255;
 
 // <cctype> asks the locale and is undefined for negative characters; these do and are neither. One
 // comparison per range: what lies below it wraps around to a large number.
@@ -22,34 +22,43 @@ constexpr bool IsLetter(char c) { return IsInRange(ToLower(c), 'a', 'z'); }
 constexpr bool IsWordChar(char c) { return IsLetter(c) || IsDigit(c) || c == '_'; }
 constexpr bool IsHexDigit(char c) { return IsDigit(c) || IsInRange(ToLower(c), 'a', 'f'); }
 
-// Takes a number from 0 to 255 without leading zeros off the front of `text`, leaving it in
-// `value`. False when there is none, or a larger one.
-bool TakeByte(std::string_view& text, unsigned& value) {
-  value = 0;
-  std::size_t digits = 0;
-  while (digits < text.size() && IsDigit(text[digits])) {
-    value = value * 10 + static_cast<unsigned>(text[digits] - '0');
-    ++digits;
-    if (value > kMaxByte) {
-      return false;
+// Most words are short. Long ones are looked at in blocks: without a way out of a block, the
+// compiler compares many bytes at a time.
+template <bool Accepts(char)>
+bool AreAll(std::string_view word) {
+  constexpr std::size_t kBlock = 64;
+  for (; word.size() >= kBlock; word.remove_prefix(kBlock)) [[unlikely]] {
+      unsigned char others = 0;
+      for (std::size_t i = 0; i < kBlock; ++i) {
+        others |= static_cast<unsigned char>(!Accepts(word[i]));
+      }
+      if (others != 0) {
+        return false;
+      }
     }
-    if (value == 0) {
-      break;
-    }
+  return std::all_of(word.begin(), word.end(), Accepts);
+}
+
+// How many characters the number from 0 to 255 without leading zeros at the beginning of `text`
+// has; 0 when there is none, or a larger one.
+std::size_t GetByteLength(std::string_view text) {
+  if (text.empty() || !IsDigit(text[0])) {
+    return 0;
   }
-  text.remove_prefix(digits);
-  return digits > 0;
+  if (text[0] == '0' || text.size() == 1 || !IsDigit(text[1])) {
+    return 1;
+  }
+  if (text.size() == 2 || !IsDigit(text[2])) {
+    return 2;
+  }
+  return (text[0] - '0') * 100 + (text[1] - '0') * 10 + (text[2] - '0') <= kMaxByte ? 3 : 0;
 }
 
 }  // namespace
 
-bool IsWord(std::string_view word) {
-  return !word.empty() && std::all_of(word.begin(), word.end(), IsWordChar);
-}
+bool IsWord(std::string_view word) { return !word.empty() && AreAll<IsWordChar>(word); }
 
-bool IsNumber(std::string_view word) {
-  return !word.empty() && std::all_of(word.begin(), word.end(), IsDigit);
-}
+bool IsNumber(std::string_view word) { return !word.empty() && AreAll<IsDigit>(word); }
 
 bool IsMacAddress(std::string_view word) {
   if (word.size() != kMacLength || word == "00:00:00:00:00:00" || word == "FF:FF:FF:FF:FF:FF" ||
@@ -66,19 +75,17 @@ bool IsMacAddress(std::string_view word) {
 }
 
 bool IsIpv4Address(std::string_view word) {
-  for (int field = 0; field < kIpv4Fields; ++field) {
-    if (field > 0) {
-      if (!word.starts_with('.')) {
-        return false;
-      }
-      word.remove_prefix(1);
-    }
-    unsigned value = 0;
-    if (!TakeByte(word, value) || (field == 0 && value == 0)) {
+  if (word.starts_with('0')) {
+    return false;
+  }
+  for (int dots = 0; dots < kIpv4Dots; ++dots) {
+    const std::size_t length = GetByteLength(word);
+    if (length == 0 || length == word.size() || word[length] != '.') {
       return false;
     }
+    word.remove_prefix(length + 1);
   }
-  return word.empty();
+  return !word.empty() && GetByteLength(word) == word.size();
 }
 
 bool IsValidName(std::string_view word) {
