@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -23,51 +24,103 @@ bool IsValidCmd(std::string_view line) { return Policy().IsValidCmd(line); }
 
 // The words of a line; one more than any rule allows is enough.
 struct Words {
+  struct Word {
+    const char* text;
+    std::size_t size;
+  };
+
   explicit Words(std::string_view line) {
-    std::size_t start = 0;
-    for (std::size_t i = 0; i < line.size() && count < at.size(); ++i) {
-      if (line[i] == ' ') {
-        at[count++] = line.substr(start, i - start);
-        start = i + 1;
-      }
-    }
-    if (start < line.size() && count < at.size()) {
-      at[count++] = line.substr(start);
+    const char* start = line.data();
+    const char* const end = start + line.size();
+    while (start != end && count < words.size()) {
+      const auto* blank = static_cast<const char*>(std::memchr(start, ' ', Distance(start, end)));
+      words[count++] = {start, Distance(start, blank == nullptr ? end : blank)};
+      start = blank == nullptr ? end : blank + 1;
     }
   }
 
-  std::array<std::string_view, 8> at;
+  std::string_view operator[](std::size_t i) const { return {words[i].text, words[i].size}; }
+
+  static std::size_t Distance(const char* from, const char* to) {
+    return static_cast<std::size_t>(to - from);
+  }
+
+  std::array<Word, 8> words;  // not views: these would be emptied first
   std::size_t count = 0;
 };
 
-// Reads what the lines below hold: a sign or white space before the number is not known here.
+// As std::stoi reads it, which is why white space, a sign and leading zeros are let through. A
+// minus sign leads to no channel.
 bool IsChannel(std::string_view word) {
+  std::size_t i = 0;
+  while (i < word.size() && (word[i] == ' ' || IsIn(word[i], '\t', '\r'))) {
+    ++i;
+  }
+  i += static_cast<std::size_t>(i < word.size() && word[i] == '+');
   unsigned value = 0;
-  for (std::size_t i = 0; i < word.size() && IsDigit(word[i]) && value < 1000; ++i) {
+  for (; i < word.size() && IsDigit(word[i]) && value < 1000; ++i) {
     value = value * 10 + static_cast<unsigned>(word[i] - '0');
   }
   return value >= 36 && value <= 177;
 }
 
-// The floor leaves out 18 of the 22 options, the look-up in a table, and the call.
+enum class Option { kNone, kAdd, kSetIp, kHostapd, kDisconbt, kOther };
+
+// All options, of which the length tells most apart.
+Option OptionOf(std::string_view word) {
+  const auto isOneOf = [word](auto... options) { return ((word == options) || ...); };
+  const auto other = [](bool isOption) { return isOption ? Option::kOther : Option::kNone; };
+  switch (word.size()) {
+    case 2:
+      return other(isOneOf("-a"sv, "-d"sv, "-s"sv));
+    case 5:
+      return word == "--add"sv ? Option::kAdd : Option::kNone;
+    case 6:
+      return other(isOneOf("--exit"sv, "--kill"sv, "--virt"sv, "--btup"sv));
+    case 7:
+      return word == "--setIP"sv ? Option::kSetIp : Option::kNone;
+    case 8:
+      return other(isOneOf("--delete"sv, "--search"sv, "--reload"sv));
+    case 9:
+      return word == "--hostapd"sv ? Option::kHostapd
+                                   : other(isOneOf("--delVirt"sv, "--unblock"sv));
+    case 10:
+      return word == "--disconbt"sv ? Option::kDisconbt : other(word == "--nohidden"sv);
+    case 11:
+      return other(word == "--unmanaged"sv);
+    case 12:
+      return other(word == "--randomPort"sv);
+    case 14:
+      return other(word == "--nopluginNull"sv);
+    case 15:
+      return other(isOneOf("--nopluginInput"sv, "--randomPortDel"sv));
+    default:
+      return Option::kNone;
+  }
+}
+
+// Leaves out the call, and the rules of the options that are not measured.
 bool LeastIsValidCmd(std::string_view line) {
   const Words words(line);
-  const auto& at = words.at;
   if (words.count < 2) {
     return false;
   }
-  if (at[1] == "--add"sv) {
-    return words.count == 2;
+  switch (OptionOf(words[1])) {
+    case Option::kAdd:
+      return words.count == 2;
+    case Option::kSetIp:
+      return words.count == 4 && words[2] == "orvix0"sv && LeastIpv4Address(words[3]);
+    case Option::kHostapd:
+      return (words.count == 6 || words.count == 7) && IsChannel(words[2]) &&
+             words[3].size() == 16 && ScanEach<IsWordChar>(words[3]) && words[4].size() == 64 &&
+             ScanAll<IsWordChar>(words[4]);
+    case Option::kDisconbt:
+      return words.count == 4 && ScanEach<IsWordChar>(words[2]) && LeastMacAddress(words[3]);
+    case Option::kOther:
+      return words.count == 2;
+    default:
+      return false;
   }
-  if (at[1] == "--setIP"sv) {
-    return words.count == 4 && at[2] == "orvix0"sv && LeastIpv4Address(at[3]);
-  }
-  if (at[1] == "--disconbt"sv) {
-    return words.count == 4 && ScanEach<IsWordChar>(at[2]) && LeastMacAddress(at[3]);
-  }
-  return at[1] == "--hostapd"sv && (words.count == 6 || words.count == 7) && IsChannel(at[2]) &&
-         at[3].size() == 16 && ScanEach<IsWordChar>(at[3]) && at[4].size() == 64 &&
-         ScanAll<IsWordChar>(at[4]);
 }
 
 // The pattern knows the one option alone, and not the three addresses that are refused.

@@ -1,5 +1,6 @@
 #include "verifycmds/verifycmds.h"
 
+#include <algorithm>
 #include <climits>
 #include <optional>
 
@@ -60,119 +61,118 @@ bool IsNumberInRange(std::string_view word, int min, int max) {
 
 }  // namespace
 
-// As Utils::Split does with one blank: empty words count, but for one behind a blank that ends the
-// line.
-VerifyCmds::WordList::WordList(std::string_view line) {
-  while (!line.empty() && mCount < kCapacity) {
-    const std::size_t end = line.find(' ');
-    mWords[mCount++] = line.substr(0, end);
-    line.remove_prefix(end == std::string_view::npos ? line.size() : end + 1);
+VerifyCmds::CmdChecker VerifyCmds::FindChecker(std::string_view option) {
+  struct Entry {
+    std::string_view option;
+    CmdChecker checker;
+  };
+  static constexpr Entry kTable[] = {
+      {kExit, &IsExitCmd},
+      {"--add", &IsAddCmd},
+      {"-a", &IsAddCmd},
+      {"--delete", &IsDeleteCmd},
+      {"-d", &IsDeleteCmd},
+      {"--search", &IsSearchCmd},
+      {"-s", &IsSearchCmd},
+      {"--kill", &IsKillCmd},
+      {"--reload", &IsReloadCmd},
+      {"--hostapd", &IsHostapdCmd},
+      {"--virt", &IsVirtCmd},
+      {"--setIP", &IsSetIpCmd},
+      {"--delVirt", &IsDelVirtCmd},
+      {"--unmanaged", &IsUnmanagedCmd},
+      {"--randomPort", &IsRandomPortCmd},
+      {"--randomPortDel", &IsDelRandomPortCmd},
+      {"--unblock", &IsUnblockCmd},
+      {"--btup", &IsBtupCmd},
+      {"--nopluginInput", &IsNopluginInputCmd},
+      {"--nopluginNull", &IsNopluginNullCmd},
+      {"--nohidden", &IsNohiddenCmd},
+      {"--disconbt", &IsDisconbtCmd},
+  };
+  for (const Entry& entry : kTable) {
+    if (entry.option == option) {
+      return entry.checker;
+    }
   }
+  return nullptr;
 }
-
-VerifyCmds::VerifyCmds()
-    : mCmdCheckers{
-          {std::string(kExit), &VerifyCmds::IsExitCmd},
-          {"--add", &VerifyCmds::IsAddCmd},
-          {"-a", &VerifyCmds::IsAddCmd},
-          {"--delete", &VerifyCmds::IsDeleteCmd},
-          {"-d", &VerifyCmds::IsDeleteCmd},
-          {"--search", &VerifyCmds::IsSearchCmd},
-          {"-s", &VerifyCmds::IsSearchCmd},
-          {"--kill", &VerifyCmds::IsKillCmd},
-          {"--reload", &VerifyCmds::IsReloadCmd},
-          {"--hostapd", &VerifyCmds::IsHostapdCmd},
-          {"--virt", &VerifyCmds::IsVirtCmd},
-          {"--setIP", &VerifyCmds::IsSetIpCmd},
-          {"--delVirt", &VerifyCmds::IsDelVirtCmd},
-          {"--unmanaged", &VerifyCmds::IsUnmanagedCmd},
-          {"--randomPort", &VerifyCmds::IsRandomPortCmd},
-          {"--randomPortDel", &VerifyCmds::IsDelRandomPortCmd},
-          {"--unblock", &VerifyCmds::IsUnblockCmd},
-          {"--btup", &VerifyCmds::IsBtupCmd},
-          {"--nopluginInput", &VerifyCmds::IsNopluginInputCmd},
-          {"--nopluginNull", &VerifyCmds::IsNopluginNullCmd},
-          {"--nohidden", &VerifyCmds::IsNohiddenCmd},
-          {"--disconbt", &VerifyCmds::IsDisconbtCmd},
-      } {}
 
 bool VerifyCmds::IsValidCmd(std::string_view cmdLine) const {
   const WordList words(cmdLine);
   if (words.size() < 2) {
     return false;
   }
-  const auto checker = mCmdCheckers.find(words[1]);
-  if (checker == mCmdCheckers.end()) {
+  const CmdChecker checker = FindChecker(words[1]);
+  if (checker == nullptr) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "It doesn't find this command");
     return false;
   }
-  return (this->*checker->second)(words);
+  return checker(words);
 }
 
-bool VerifyCmds::IsExitCmd(const WordList& words) const {
+bool VerifyCmds::IsExitCmd(const WordList& words) {
   return words.size() == 2 && words[0] == kDaemonName && words[1] == kExit;
 }
 
-bool VerifyCmds::IsAddCmd(const WordList& words) const { return words.size() == 2; }
+bool VerifyCmds::IsAddCmd(const WordList& words) { return words.size() == 2; }
 
-bool VerifyCmds::IsDeleteCmd(const WordList& words) const { return words.size() == 2; }
+bool VerifyCmds::IsDeleteCmd(const WordList& words) { return words.size() == 2; }
 
-bool VerifyCmds::IsSearchCmd(const WordList& words) const { return words.size() == 2; }
+bool VerifyCmds::IsSearchCmd(const WordList& words) { return words.size() == 2; }
 
-bool VerifyCmds::IsNopluginInputCmd(const WordList& words) const { return words.size() == 2; }
+bool VerifyCmds::IsNopluginInputCmd(const WordList& words) { return words.size() == 2; }
 
-bool VerifyCmds::IsNopluginNullCmd(const WordList& words) const { return words.size() == 2; }
+bool VerifyCmds::IsNopluginNullCmd(const WordList& words) { return words.size() == 2; }
 
-bool VerifyCmds::IsNohiddenCmd(const WordList& words) const {
+bool VerifyCmds::IsNohiddenCmd(const WordList& words) {
   return words.size() == 3 && Utils::IsWord(words[2]);
 }
 
-bool VerifyCmds::IsBtupCmd(const WordList& words) const {
+bool VerifyCmds::IsBtupCmd(const WordList& words) {
   return words.size() == 3 && Utils::IsWord(words[2]);
 }
 
-bool VerifyCmds::IsDelVirtCmd(const WordList& words) const {
+bool VerifyCmds::IsDelVirtCmd(const WordList& words) {
   return words.size() == 3 && Utils::IsWord(words[2]);
 }
 
-bool VerifyCmds::IsUnmanagedCmd(const WordList& words) const {
+bool VerifyCmds::IsUnmanagedCmd(const WordList& words) {
   return words.size() == 3 && Utils::IsMacAddress(words[2]);
 }
 
-bool VerifyCmds::IsKillCmd(const WordList& words) const {
-  return words.size() == 3 && IsPid(words[2]);
-}
+bool VerifyCmds::IsKillCmd(const WordList& words) { return words.size() == 3 && IsPid(words[2]); }
 
-bool VerifyCmds::IsRandomPortCmd(const WordList& words) const {
+bool VerifyCmds::IsRandomPortCmd(const WordList& words) {
   return words.size() == 3 && IsPort(words[2]);
 }
 
-bool VerifyCmds::IsDelRandomPortCmd(const WordList& words) const {
+bool VerifyCmds::IsDelRandomPortCmd(const WordList& words) {
   return words.size() == 3 && IsPort(words[2]);
 }
 
-bool VerifyCmds::IsUnblockCmd(const WordList& words) const {
+bool VerifyCmds::IsUnblockCmd(const WordList& words) {
   return words.size() == 3 && IsUnblockIndex(words[2]);
 }
 
-bool VerifyCmds::IsSetIpCmd(const WordList& words) const {
+bool VerifyCmds::IsSetIpCmd(const WordList& words) {
   return words.size() == 4 && words[2] == kInterfaceName && Utils::IsIpv4Address(words[3]);
 }
 
-bool VerifyCmds::IsVirtCmd(const WordList& words) const {
+bool VerifyCmds::IsVirtCmd(const WordList& words) {
   return words.size() == 4 && Utils::IsWord(words[2]) && words[3] == kInterfaceName;
 }
 
-bool VerifyCmds::IsDisconbtCmd(const WordList& words) const {
+bool VerifyCmds::IsDisconbtCmd(const WordList& words) {
   return words.size() == 4 && Utils::IsWord(words[2]) && Utils::IsMacAddress(words[3]);
 }
 
-bool VerifyCmds::IsHostapdCmd(const WordList& words) const {
+bool VerifyCmds::IsHostapdCmd(const WordList& words) {
   return (words.size() == 6 || words.size() == 7) && IsChannel(words[2]) && IsWord16(words[3]) &&
          IsWord64(words[4]);
 }
 
-bool VerifyCmds::IsReloadCmd(const WordList& words) const {
+bool VerifyCmds::IsReloadCmd(const WordList& words) {
   return words.size() == 7 && IsChannel(words[2]) && IsWord16(words[3]) && IsWord64(words[4]) &&
          IsPid(words[6]);
 }
