@@ -11,12 +11,12 @@ A figure is the 10th percentile of our times divided by that of the other's time
 takes away in some rounds is left out on both sides. In brackets stand the 10th and the 90th
 percentile of the ratios of the single rounds.
 
-END_TO_END_JSON is a list of what was measured elsewhere, with the ratios of the rounds as they are:
+END_TO_END_JSON is a list of what was measured elsewhere: the ratios of the rounds, whose median is
+the figure, or a number that is no ratio. Entries of one line belong together; bounds may be missing.
 
-    {"line": "a trivial command, p10", "floor": [1.1, 1.12], "peer": [0.3], "peer_name": "doas",
-     "count": 22, "what": "system calls", "bounds": {"floor": 1.17, "peer": 0.4, "count": 24}}
-
-Any of floor, peer and count may be missing. There the figure is the median of the rounds.
+    {"line": "trivial command", "floor": [1.1, 1.12], "bound_floor": 1.17}
+    {"line": "trivial command", "peer": [0.3, 0.31], "peer_name": "doas", "bound_peer": 0.4}
+    {"line": "trivial command", "value": 22, "unit": "system calls", "bound": 24}
 """
 
 import json
@@ -120,20 +120,25 @@ def unit_rows(lines, bounds):
         yield from rows_of(line, show_time(own), floor, peers)
 
 
+def part_of(entry):
+    """What an entry of the list says of its line."""
+    if "value" in entry:
+        return Count(entry["value"], entry["unit"], entry.get("bound"))
+    who = "floor" if "floor" in entry else "peer"
+    rounds = entry[who]
+    return Ratio(percentile(rounds, 50), rounds, entry.get("bound_" + who),
+                 entry.get("peer_name", ""))
+
+
 def end_to_end_rows(path):
     with open(path, encoding="utf-8") as file:
         entries = json.load(file)
+    lines = {}
     for entry in entries:
-        bounds = entry.get("bounds", {})
-        floor, others = None, []
-        if entry.get("floor"):
-            floor = Ratio(percentile(entry["floor"], 50), entry["floor"], bounds.get("floor"))
-        if entry.get("peer"):
-            others.append(Ratio(percentile(entry["peer"], 50), entry["peer"], bounds.get("peer"),
-                                entry["peer_name"]))
-        if entry.get("count") is not None:
-            others.append(Count(entry["count"], entry.get("what", ""), bounds.get("count")))
-        yield from rows_of(entry["line"], entry.get("takes", ""), floor, others)
+        floors, others = lines.setdefault(entry["line"], ([], []))
+        (floors if "floor" in entry else others).append(part_of(entry))
+    for line, (floors, others) in lines.items():
+        yield from rows_of(line, "", floors[0] if floors else None, others)
 
 
 def print_table(rows):

@@ -45,7 +45,7 @@ fi
 programs=build/bench/benchmarks
 measured=()
 if [ -x "$programs/end_to_end" ]; then
-  "$programs/end_to_end" "$mode" >"$work/end_to_end.json"
+  "$programs/end_to_end" "$mode" --json "$work/end_to_end.json" >&2
   measured+=("$work/end_to_end.json")
 fi
 TMPDIR=$work python3 benchmarks/table.py "$rounds" "$min_time" "$programs/units" "${measured[@]}" |

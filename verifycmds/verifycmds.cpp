@@ -1,9 +1,5 @@
 #include "verifycmds/verifycmds.h"
 
-#include <algorithm>
-#include <climits>
-#include <optional>
-
 #include "common/LogStatement.h"
 #include "utils/Validators.h"
 
@@ -28,10 +24,10 @@ constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 // The white space of the classic locale.
 constexpr bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-// Reads a decimal number as std::stoi does: leading white space and one sign are accepted, any
-// number of leading zeros counts for nothing, and whatever follows the digits is ignored. None when
-// there is no digit or the value leaves the range of int.
-std::optional<int> ReadNumber(std::string_view word) {
+// Whether a word is a decimal number from `min`, which is not negative, to `max`. It is read as
+// std::stoi does: leading white space and one sign are accepted, any number of leading zeros counts
+// for nothing, and whatever follows the digits is ignored.
+bool IsNumberInRange(std::string_view word, int min, int max) {
   std::size_t i = 0;
   while (i < word.size() && IsSpace(word[i])) {
     ++i;
@@ -42,21 +38,16 @@ std::optional<int> ReadNumber(std::string_view word) {
     ++i;
   }
   if (i == word.size() || !IsDigit(word[i])) {
-    return std::nullopt;
+    return false;
   }
-  long long value = 0;
+  int value = 0;
   for (; i < word.size() && IsDigit(word[i]); ++i) {
     value = value * 10 + (word[i] - '0');
-    if (value > INT_MAX) {
-      return std::nullopt;
+    if (value > max) {
+      return false;
     }
   }
-  return static_cast<int>(isNegative ? -value : value);
-}
-
-bool IsNumberInRange(std::string_view word, int min, int max) {
-  const std::optional<int> value = ReadNumber(word);
-  return value && *value >= min && *value <= max;
+  return (isNegative ? -value : value) >= min;
 }
 
 }  // namespace
