@@ -42,7 +42,8 @@ const char* GetLevelName(int level) {
   }
 }
 
-// Local time as "26-11-16 20:47:56.123456", or the empty text when it cannot be formed.
+// Local time as "26-11-16 20:47:56.123456", or the empty text when it cannot be formed. By hand:
+// with the C library's functions it would take half of all the instructions of a line.
 class TimeStamp {
  public:
   TimeStamp() {
@@ -50,21 +51,30 @@ class TimeStamp {
     gettimeofday(&now, nullptr);
     tm local{};
     if (localtime_r(&now.tv_sec, &local) == nullptr) {
+      mText[0] = '\0';
       return;
     }
-    const std::size_t seconds =
-        std::strftime(mText.data(), mText.size(), "%y-%m-%d %H:%M:%S", &local);
-    if (snprintf_s(mText.data() + seconds, mText.size() - seconds, kFractionLength, ".%06ld",
-                   static_cast<long>(now.tv_usec)) < 0) {
-      mText[0] = '\0';
-    }
+    SetPair(0, local.tm_year % 100);
+    SetPair(3, local.tm_mon + 1);
+    SetPair(6, local.tm_mday);
+    SetPair(9, local.tm_hour);
+    SetPair(12, local.tm_min);
+    SetPair(15, local.tm_sec);
+    const auto micros = static_cast<int>(now.tv_usec);
+    SetPair(18, micros / 10000);
+    SetPair(20, micros / 100 % 100);
+    SetPair(22, micros % 100);
   }
 
   [[nodiscard]] const char* Get() const { return mText.data(); }
 
  private:
-  static constexpr std::size_t kFractionLength = 14;
-  std::array<char, 32> mText{};
+  void SetPair(std::size_t at, int number) {
+    mText[at] = static_cast<char>('0' + number / 10);
+    mText[at + 1] = static_cast<char>('0' + number % 10);
+  }
+
+  std::array<char, 25> mText = std::to_array("00-00-00 00:00:00.000000");
 };
 
 // Makes room for the log file. False: something stands there that is not to be opened.
@@ -144,18 +154,10 @@ void CopyContent(int from, int to, off_t size) {
   [[maybe_unused]] const int ignored = ftruncate(to, size);
 }
 
-void FormatAndWrite(int level, const char* module, const char* file, const char* format,
-                    std::va_list arguments) {
-  if (level <= LOG_LEVEL_DEBUG || module == nullptr || file == nullptr || format == nullptr) {
-    return;
-  }
-  std::array<char, kMessageSize> message;
-  if (vsnprintf_s(message.data(), message.size(), message.size() - 1, format, arguments) < 0) {
-    return;
-  }
-  if (auto* const logger = Singleton<Logger>::Instance()) {
-    logger->Write(level, file, 0, module, "%s", message.data());
-  }
+using Message = std::array<char, kMessageSize>;
+
+bool FormatMessage(Message& message, const char* format, std::va_list arguments) {
+  return vsnprintf_s(message.data(), message.size(), message.size() - 1, format, arguments) >= 0;
 }
 
 }  // namespace
@@ -193,24 +195,37 @@ void Logger::WriteV(int level, const char* file, int line, const char* module, c
   if (level <= LOG_LEVEL_DEBUG || file == nullptr || module == nullptr || format == nullptr) {
     return;
   }
+  // Before the lock, so that other threads need not wait for it.
+  Message message;
+  const bool fits = FormatMessage(message, format, arguments);
+  WriteMessage(level, file, line, module, fits ? message.data() : nullptr);
+}
+
+void Logger::WriteMessage(int level, const char* file, int line, const char* module,
+                          const char* message) {
   const std::lock_guard lock(mMutex);
   if (!mFd.IsOpen()) {
     return;
   }
-  std::int64_t size = lseek(mFd.Get(), 0, SEEK_END);
-  if (size > mMaxFileSize) {
-    Rotate(size);
-    size = 0;
-  }
-  std::array<char, kMessageSize> message;
-  if (vsnprintf_s(message.data(), message.size(), message.size() - 1, format, arguments) < 0) {
+  const std::int64_t size = MakeRoom();
+  if (message == nullptr) {
     return;
   }
   mLine.clear();
   mLine.append("[").append(TimeStamp().Get()).append("] [").append(GetLevelName(level));
   mLine.append("] [").append(file).append(":").append(std::to_string(line)).append("] ");
-  mLine.append(module).append(": ").append(message.data()).append("\n");
+  mLine.append(module).append(": ").append(message).append("\n");
   AppendLine(size);
+}
+
+// Returns the size of the log, which is rotated first when it has become too long.
+std::int64_t Logger::MakeRoom() {
+  const std::int64_t size = lseek(mFd.Get(), 0, SEEK_END);
+  if (size <= mMaxFileSize) {
+    return size;
+  }
+  Rotate(size);
+  return 0;
 }
 
 // A line of which only a part found room is taken back, unless somebody appended after it.
@@ -233,31 +248,43 @@ void Logger::Rotate(std::int64_t size) {
   }
 }
 
-void LogDebug(const char* module, const char* file, const char* format, ...) {
-  std::va_list arguments;
-  va_start(arguments, format);
-  FormatAndWrite(LOG_LEVEL_DEBUG, module, file, format, arguments);
-  va_end(arguments);
-}
+// What the functions below have in common.
+struct FreeEntry {
+  static void Write(int level, const char* module, const char* file, const char* format,
+                    std::va_list arguments) {
+    if (module == nullptr || file == nullptr || format == nullptr) {
+      return;
+    }
+    Message message;
+    if (!FormatMessage(message, format, arguments)) {
+      return;
+    }
+    if (auto* const logger = Singleton<Logger>::Instance()) {
+      logger->WriteMessage(level, file, 0, module, message.data());
+    }
+  }
+};
+
+void LogDebug(const char* /*module*/, const char* /*file*/, const char* /*format*/, ...) {}
 
 void LogInfo(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  FormatAndWrite(LOG_LEVEL_INFO, module, file, format, arguments);
+  FreeEntry::Write(LOG_LEVEL_INFO, module, file, format, arguments);
   va_end(arguments);
 }
 
 void LogWarning(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  FormatAndWrite(LOG_LEVEL_WARNING, module, file, format, arguments);
+  FreeEntry::Write(LOG_LEVEL_WARNING, module, file, format, arguments);
   va_end(arguments);
 }
 
 void LogError(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  FormatAndWrite(LOG_LEVEL_ERROR, module, file, format, arguments);
+  FreeEntry::Write(LOG_LEVEL_ERROR, module, file, format, arguments);
   va_end(arguments);
 }
 

@@ -90,8 +90,13 @@ class [[gnu::visibility("default")]] Logger {
   void Write(int level, Text file, int line, Text module, Text format, ...);
 
  private:
+  friend struct FreeEntry;  // LogInfo() and its like
+
   void WriteV(int level, const char* file, int line, const char* module, const char* format,
               std::va_list arguments);
+  // Null: a message that cannot be written.
+  void WriteMessage(int level, const char* file, int line, const char* module, const char* message);
+  std::int64_t MakeRoom();
   void AppendLine(std::int64_t size);
   void Rotate(std::int64_t size);
 

@@ -8,6 +8,11 @@ TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales strace)
 # What the presets that build with Clang need on top, and what the longer checks do.
 CLANG_PACKAGES=(clang libclang-rt-14-dev)
 LINT_PACKAGES=(clang-format clang-tidy cppcheck git)
+# The benchmarks, with what they are compared with.
+BENCH_PACKAGES=(libbenchmark-dev libre2-dev libspdlog-dev libsimpleini-dev libsodium-dev python3 git
+  strace binutils)
+# What else runs commands as root, and a daemon to compare the idle one with.
+PEER_PACKAGES=(sudo opendoas pkexec rtkit)
 PACKAGE_PACKAGES=(dpkg-dev file lintian man-db mandoc)
 
 # as_root COMMAND...: through sudo where this is an ordinary user. Asks nothing.

@@ -60,19 +60,22 @@ class LineReader {
  public:
   explicit LineReader(int fd) : mFd(fd) {}
 
-  // Puts the next line, without its line feed, into `line`. Returns the number of bytes it takes in
-  // the file, or 0 at the end.
-  std::size_t Next(std::string& line) {
-    line.clear();
+  // Puts the next line, without its line feed, into `line`, where it stays until the next call.
+  // Returns the number of bytes it takes in the file, or 0 at the end.
+  std::size_t Next(std::string_view& line) {
+    mBegun.clear();
     while (!mRest.empty() || Fill()) {
       const std::size_t end = mRest.find('\n');
-      line.append(mRest.substr(0, end));
+      const std::string_view piece = mRest.substr(0, end);
       if (end != std::string_view::npos) {
         mRest.remove_prefix(end + 1);
+        line = mBegun.empty() ? piece : mBegun.append(piece);
         return line.size() + 1;
       }
+      mBegun.append(piece);
       mRest = {};
     }
+    line = mBegun;
     return line.size();
   }
 
@@ -85,6 +88,7 @@ class LineReader {
   int mFd;
   std::array<char, 65536> mBlock;
   std::string_view mRest;
+  std::string mBegun;  // a line that does not end in the block in which it begins
 };
 
 }  // namespace
@@ -190,7 +194,7 @@ int FileOperator::ReadLines(const std::string& path, int32_t count, uint32_t off
     return 0;
   }
   LineReader reader(fd.Get());
-  std::string line;
+  std::string_view line;
   std::size_t consumed = 0;
   while (count != 0) {
     consumed = reader.Next(line);
@@ -199,7 +203,7 @@ int FileOperator::ReadLines(const std::string& path, int32_t count, uint32_t off
     }
     count -= count > 0 ? 1 : 0;
     if (!line.empty()) {
-      lines.push_back(line);
+      lines.emplace_back(line);
     }
   }
   return static_cast<int>(std::min<std::size_t>(consumed, INT_MAX));

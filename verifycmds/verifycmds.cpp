@@ -1,8 +1,5 @@
 #include "verifycmds/verifycmds.h"
 
-#include <climits>
-#include <optional>
-
 #include "common/LogStatement.h"
 #include "utils/Validators.h"
 
@@ -27,10 +24,10 @@ constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 // The white space of the classic locale.
 constexpr bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-// Reads a decimal number as std::stoi does: leading white space and one sign are accepted, any
-// number of leading zeros counts for nothing, and whatever follows the digits is ignored. None when
-// there is no digit or the value leaves the range of int.
-std::optional<int> ReadNumber(std::string_view word) {
+// Whether a word is a decimal number from `min`, which is not negative, to `max`. It is read as
+// std::stoi does: leading white space and one sign are accepted, any number of leading zeros counts
+// for nothing, and whatever follows the digits is ignored.
+bool IsNumberInRange(std::string_view word, int min, int max) {
   std::size_t i = 0;
   while (i < word.size() && IsSpace(word[i])) {
     ++i;
@@ -41,138 +38,132 @@ std::optional<int> ReadNumber(std::string_view word) {
     ++i;
   }
   if (i == word.size() || !IsDigit(word[i])) {
-    return std::nullopt;
+    return false;
   }
-  long long value = 0;
+  int value = 0;
   for (; i < word.size() && IsDigit(word[i]); ++i) {
     value = value * 10 + (word[i] - '0');
-    if (value > INT_MAX) {
-      return std::nullopt;
+    if (value > max) {
+      return false;
     }
   }
-  return static_cast<int>(isNegative ? -value : value);
-}
-
-bool IsNumberInRange(std::string_view word, int min, int max) {
-  const std::optional<int> value = ReadNumber(word);
-  return value && *value >= min && *value <= max;
+  return (isNegative ? -value : value) >= min;
 }
 
 }  // namespace
 
-// As Utils::Split does with one blank: empty words count, but for one behind a blank that ends the
-// line.
-VerifyCmds::WordList::WordList(std::string_view line) {
-  while (!line.empty() && mCount < kCapacity) {
-    const std::size_t end = line.find(' ');
-    mWords[mCount++] = line.substr(0, end);
-    line.remove_prefix(end == std::string_view::npos ? line.size() : end + 1);
+VerifyCmds::CmdChecker VerifyCmds::FindChecker(std::string_view option) {
+  struct Entry {
+    std::string_view option;
+    CmdChecker checker;
+  };
+  static constexpr Entry kTable[] = {
+      {kExit, &IsExitCmd},
+      {"--add", &IsAddCmd},
+      {"-a", &IsAddCmd},
+      {"--delete", &IsDeleteCmd},
+      {"-d", &IsDeleteCmd},
+      {"--search", &IsSearchCmd},
+      {"-s", &IsSearchCmd},
+      {"--kill", &IsKillCmd},
+      {"--reload", &IsReloadCmd},
+      {"--hostapd", &IsHostapdCmd},
+      {"--virt", &IsVirtCmd},
+      {"--setIP", &IsSetIpCmd},
+      {"--delVirt", &IsDelVirtCmd},
+      {"--unmanaged", &IsUnmanagedCmd},
+      {"--randomPort", &IsRandomPortCmd},
+      {"--randomPortDel", &IsDelRandomPortCmd},
+      {"--unblock", &IsUnblockCmd},
+      {"--btup", &IsBtupCmd},
+      {"--nopluginInput", &IsNopluginInputCmd},
+      {"--nopluginNull", &IsNopluginNullCmd},
+      {"--nohidden", &IsNohiddenCmd},
+      {"--disconbt", &IsDisconbtCmd},
+  };
+  for (const Entry& entry : kTable) {
+    if (entry.option == option) {
+      return entry.checker;
+    }
   }
+  return nullptr;
 }
-
-VerifyCmds::VerifyCmds()
-    : mCmdCheckers{
-          {std::string(kExit), &VerifyCmds::IsExitCmd},
-          {"--add", &VerifyCmds::IsAddCmd},
-          {"-a", &VerifyCmds::IsAddCmd},
-          {"--delete", &VerifyCmds::IsDeleteCmd},
-          {"-d", &VerifyCmds::IsDeleteCmd},
-          {"--search", &VerifyCmds::IsSearchCmd},
-          {"-s", &VerifyCmds::IsSearchCmd},
-          {"--kill", &VerifyCmds::IsKillCmd},
-          {"--reload", &VerifyCmds::IsReloadCmd},
-          {"--hostapd", &VerifyCmds::IsHostapdCmd},
-          {"--virt", &VerifyCmds::IsVirtCmd},
-          {"--setIP", &VerifyCmds::IsSetIpCmd},
-          {"--delVirt", &VerifyCmds::IsDelVirtCmd},
-          {"--unmanaged", &VerifyCmds::IsUnmanagedCmd},
-          {"--randomPort", &VerifyCmds::IsRandomPortCmd},
-          {"--randomPortDel", &VerifyCmds::IsDelRandomPortCmd},
-          {"--unblock", &VerifyCmds::IsUnblockCmd},
-          {"--btup", &VerifyCmds::IsBtupCmd},
-          {"--nopluginInput", &VerifyCmds::IsNopluginInputCmd},
-          {"--nopluginNull", &VerifyCmds::IsNopluginNullCmd},
-          {"--nohidden", &VerifyCmds::IsNohiddenCmd},
-          {"--disconbt", &VerifyCmds::IsDisconbtCmd},
-      } {}
 
 bool VerifyCmds::IsValidCmd(std::string_view cmdLine) const {
   const WordList words(cmdLine);
   if (words.size() < 2) {
     return false;
   }
-  const auto checker = mCmdCheckers.find(words[1]);
-  if (checker == mCmdCheckers.end()) {
+  const CmdChecker checker = FindChecker(words[1]);
+  if (checker == nullptr) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "It doesn't find this command");
     return false;
   }
-  return (this->*checker->second)(words);
+  return checker(words);
 }
 
-bool VerifyCmds::IsExitCmd(const WordList& words) const {
+bool VerifyCmds::IsExitCmd(const WordList& words) {
   return words.size() == 2 && words[0] == kDaemonName && words[1] == kExit;
 }
 
-bool VerifyCmds::IsAddCmd(const WordList& words) const { return words.size() == 2; }
+bool VerifyCmds::IsAddCmd(const WordList& words) { return words.size() == 2; }
 
-bool VerifyCmds::IsDeleteCmd(const WordList& words) const { return words.size() == 2; }
+bool VerifyCmds::IsDeleteCmd(const WordList& words) { return words.size() == 2; }
 
-bool VerifyCmds::IsSearchCmd(const WordList& words) const { return words.size() == 2; }
+bool VerifyCmds::IsSearchCmd(const WordList& words) { return words.size() == 2; }
 
-bool VerifyCmds::IsNopluginInputCmd(const WordList& words) const { return words.size() == 2; }
+bool VerifyCmds::IsNopluginInputCmd(const WordList& words) { return words.size() == 2; }
 
-bool VerifyCmds::IsNopluginNullCmd(const WordList& words) const { return words.size() == 2; }
+bool VerifyCmds::IsNopluginNullCmd(const WordList& words) { return words.size() == 2; }
 
-bool VerifyCmds::IsNohiddenCmd(const WordList& words) const {
+bool VerifyCmds::IsNohiddenCmd(const WordList& words) {
   return words.size() == 3 && Utils::IsWord(words[2]);
 }
 
-bool VerifyCmds::IsBtupCmd(const WordList& words) const {
+bool VerifyCmds::IsBtupCmd(const WordList& words) {
   return words.size() == 3 && Utils::IsWord(words[2]);
 }
 
-bool VerifyCmds::IsDelVirtCmd(const WordList& words) const {
+bool VerifyCmds::IsDelVirtCmd(const WordList& words) {
   return words.size() == 3 && Utils::IsWord(words[2]);
 }
 
-bool VerifyCmds::IsUnmanagedCmd(const WordList& words) const {
+bool VerifyCmds::IsUnmanagedCmd(const WordList& words) {
   return words.size() == 3 && Utils::IsMacAddress(words[2]);
 }
 
-bool VerifyCmds::IsKillCmd(const WordList& words) const {
-  return words.size() == 3 && IsPid(words[2]);
-}
+bool VerifyCmds::IsKillCmd(const WordList& words) { return words.size() == 3 && IsPid(words[2]); }
 
-bool VerifyCmds::IsRandomPortCmd(const WordList& words) const {
+bool VerifyCmds::IsRandomPortCmd(const WordList& words) {
   return words.size() == 3 && IsPort(words[2]);
 }
 
-bool VerifyCmds::IsDelRandomPortCmd(const WordList& words) const {
+bool VerifyCmds::IsDelRandomPortCmd(const WordList& words) {
   return words.size() == 3 && IsPort(words[2]);
 }
 
-bool VerifyCmds::IsUnblockCmd(const WordList& words) const {
+bool VerifyCmds::IsUnblockCmd(const WordList& words) {
   return words.size() == 3 && IsUnblockIndex(words[2]);
 }
 
-bool VerifyCmds::IsSetIpCmd(const WordList& words) const {
+bool VerifyCmds::IsSetIpCmd(const WordList& words) {
   return words.size() == 4 && words[2] == kInterfaceName && Utils::IsIpv4Address(words[3]);
 }
 
-bool VerifyCmds::IsVirtCmd(const WordList& words) const {
+bool VerifyCmds::IsVirtCmd(const WordList& words) {
   return words.size() == 4 && Utils::IsWord(words[2]) && words[3] == kInterfaceName;
 }
 
-bool VerifyCmds::IsDisconbtCmd(const WordList& words) const {
+bool VerifyCmds::IsDisconbtCmd(const WordList& words) {
   return words.size() == 4 && Utils::IsWord(words[2]) && Utils::IsMacAddress(words[3]);
 }
 
-bool VerifyCmds::IsHostapdCmd(const WordList& words) const {
+bool VerifyCmds::IsHostapdCmd(const WordList& words) {
   return (words.size() == 6 || words.size() == 7) && IsChannel(words[2]) && IsWord16(words[3]) &&
          IsWord64(words[4]);
 }
 
-bool VerifyCmds::IsReloadCmd(const WordList& words) const {
+bool VerifyCmds::IsReloadCmd(const WordList& words) {
   return words.size() == 7 && IsChannel(words[2]) && IsWord16(words[3]) && IsWord64(words[4]) &&
          IsPid(words[6]);
 }

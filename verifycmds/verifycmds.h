@@ -5,11 +5,9 @@
 // their shapes. README.md shows the whole grammar.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
-#include <functional>
-#include <map>
-#include <string>
 #include <string_view>
 
 namespace Velmar {
@@ -18,8 +16,6 @@ namespace Velmar {
 // made; calls may come from several threads.
 class VerifyCmds {
  public:
-  VerifyCmds();
-
   // True when the line may be run. A line with an unknown option word is refused with one ERROR
   // line in the log; every other refusal is silent. Takes time in proportion to the length of the
   // line and, whatever the line, a fixed amount of memory.
@@ -30,39 +26,56 @@ class VerifyCmds {
   // kept, so that every rule refuses it for its number of words.
   class WordList {
    public:
-    explicit WordList(std::string_view line);
+    // As Utils::Split does with one blank: empty words count, but for one behind a blank that ends
+    // the line.
+    explicit WordList(std::string_view line) : mLine(line.data()) {
+      std::size_t start = 0;
+      while (start < line.size() && mCount < kCapacity) {
+        mStarts[mCount++] = start;
+        start = std::min(line.find(' ', start), line.size()) + 1;
+      }
+      mStarts[mCount] = start;
+    }
+
     [[nodiscard]] std::size_t size() const { return mCount; }
-    std::string_view operator[](std::size_t index) const { return mWords[index]; }
+    std::string_view operator[](std::size_t index) const {
+      return {mLine + mStarts[index], mStarts[index + 1] - mStarts[index] - 1};
+    }
 
    private:
     static constexpr std::size_t kCapacity = 8;
-    std::array<std::string_view, kCapacity> mWords;
+    const char* mLine;
+    // Where the next word would begin comes behind the last one.
+    std::array<std::size_t, kCapacity + 1> mStarts;
     std::size_t mCount = 0;
   };
 
   // True: the line is allowed.
-  using CmdChecker = bool (VerifyCmds::*)(const WordList& words) const;
+  using CmdChecker = bool (*)(const WordList& words);
+
+  // The rule of an option word, which is compared exactly, or null.
+  static CmdChecker FindChecker(std::string_view option);
 
   // The rules.
-  bool IsExitCmd(const WordList& words) const;
-  bool IsAddCmd(const WordList& words) const;
-  bool IsDeleteCmd(const WordList& words) const;
-  bool IsSearchCmd(const WordList& words) const;
-  bool IsKillCmd(const WordList& words) const;
-  bool IsReloadCmd(const WordList& words) const;
-  bool IsHostapdCmd(const WordList& words) const;
-  bool IsVirtCmd(const WordList& words) const;
-  bool IsSetIpCmd(const WordList& words) const;
-  bool IsDelVirtCmd(const WordList& words) const;
-  bool IsUnmanagedCmd(const WordList& words) const;
-  bool IsRandomPortCmd(const WordList& words) const;
-  bool IsDelRandomPortCmd(const WordList& words) const;
-  bool IsUnblockCmd(const WordList& words) const;
-  bool IsBtupCmd(const WordList& words) const;
-  bool IsNopluginInputCmd(const WordList& words) const;
-  bool IsNopluginNullCmd(const WordList& words) const;
-  bool IsNohiddenCmd(const WordList& words) const;
-  bool IsDisconbtCmd(const WordList& words) const;
+  static bool IsExitCmd(const WordList& words);
+  static bool IsAddCmd(const WordList& words);
+  static bool IsDeleteCmd(const WordList& words);
+  static bool IsSearchCmd(const WordList& words);
+  static bool IsKillCmd(const WordList& words);
+  static bool IsReloadCmd(const WordList& words);
+  static bool IsHostapdCmd(const WordList& words);
+  static bool IsVirtCmd(const WordList& words);
+  static bool IsSetIpCmd(const WordList& words);
+  static bool IsDelVirtCmd(const WordList& words);
+  static bool IsUnmanagedCmd(const WordList& words);
+  static bool IsRandomPortCmd(const WordList& words);
+  static bool IsDelRandomPortCmd(const WordList& words);
+  static bool IsUnblockCmd(const WordList& words);
+  static bool IsBtupCmd(const WordList& words);
+  static bool IsNopluginInputCmd(const WordList& words);
+  static bool IsNopluginNullCmd(const WordList& words);
+  static bool IsNohiddenCmd(const WordList& words);
+  static bool IsDisconbtCmd(const WordList& words);
 
   // The checks of single words that several rules share.
   static bool IsWord16(std::string_view word);
@@ -71,9 +84,6 @@ class VerifyCmds {
   static bool IsChannel(std::string_view word);
   static bool IsPort(std::string_view word);
   static bool IsUnblockIndex(std::string_view word);
-
-  // By option word; compared exactly. Complete once the object is made.
-  std::map<std::string, CmdChecker, std::less<>> mCmdCheckers;
 };
 
 }  // namespace Velmar
