@@ -13,6 +13,9 @@ BENCH_PACKAGES=(libbenchmark-dev libre2-dev libspdlog-dev libsimpleini-dev libso
   strace binutils)
 # What else runs commands as root, and a daemon to compare the idle one with.
 PEER_PACKAGES=(sudo opendoas pkexec rtkit)
+# The compiler for AArch64, what it links with, and what runs the result.
+AARCH64_PACKAGES=(g++-aarch64-linux-gnu pkgconf:arm64 libsystemd-dev:arm64 libssl-dev:arm64
+  libgtest-dev:arm64 libstdc++6:arm64 qemu-user)
 PACKAGE_PACKAGES=(dpkg-dev file lintian man-db mandoc)
 
 # as_root COMMAND...: through sudo where this is an ordinary user. Asks nothing.
@@ -24,12 +27,20 @@ as_root() {
   fi
 }
 
-# install_missing PACKAGE...: installs those that are not there. Asks nothing.
+# is_installed PACKAGE[:ARCHITECTURE]: of the machine's own architecture unless told otherwise; that
+# of another one is no replacement.
+is_installed() {
+  local name architecture
+  IFS=: read -r name architecture <<<"$1"
+  dpkg-query -W -f='${db:Status-Abbrev}${Architecture}\n' "$name" 2>/dev/null |
+    grep -qxE ".i.(${architecture:-$(dpkg --print-architecture)}|all)"
+}
+
+# install_missing PACKAGE[:ARCHITECTURE]...: installs those that are not there. Asks nothing.
 install_missing() {
   local missing=() package
   for package in "$@"; do
-    dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null | grep -q '^.i' ||
-      missing+=("$package")
+    is_installed "$package" || missing+=("$package")
   done
   [ ${#missing[@]} -gt 0 ] || return 0
   if ! as_root true 2>/dev/null; then
@@ -37,6 +48,9 @@ install_missing() {
     return 1
   fi
   echo "Installing ${missing[*]}"
+  for package in "${missing[@]}"; do
+    [[ $package != *:* ]] || as_root dpkg --add-architecture "${package#*:}"
+  done
   as_root apt-get -qq update
   as_root env DEBIAN_FRONTEND=noninteractive \
     apt-get -qq install -y --no-install-recommends "${missing[@]}" >/dev/null

@@ -110,10 +110,17 @@ void StartJournal() {
   close(journal);
 }
 
+// The one that was built along, unless the environment names another: a program for another
+// machine, say, wrapped into a script that starts it in an emulator.
+const char* TestedDaemon() {
+  const char* const other = std::getenv("BRIMLET_TESTED_DAEMON");
+  return other != nullptr ? other : BRIMLET_DAEMON;
+}
+
 const std::vector<InstalledFile>& MachineFiles() {
   static const std::vector<InstalledFile> files = {
       {BRIMLET_MAIN_PROGRAM, kMainPath},
-      {BRIMLET_DAEMON, kDaemonPath},
+      {TestedDaemon(), kDaemonPath},
       {BRIMLET_INTERFACE_XML, kInterfacePath},
       {BRIMLET_BUS_CONF, kBusFolder + "/bus.conf"},
       {BRIMLET_BUS_POLICY, kBusFolder + "/system.d/com.tolvane.brimlet.conf"}};

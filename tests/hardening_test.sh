@@ -12,6 +12,8 @@ compiler=$1
 skipped=$2
 file=$3
 shift 3
+# That of the compiler's machine, which may not be this one.
+readelf=$("$compiler" -print-prog-name=readelf)
 folder=$(mktemp -d "${TMPDIR:-/tmp}/brimlet-hardening-XXXXXX")
 trap 'rm -rf "$folder"' EXIT
 
@@ -33,7 +35,7 @@ esac
 has_branch_note() { # FILE...
   local one
   for one in "$@"; do
-    grep -q "feature: $branch_note" <<<"$(readelf -nW "$one")" || return 1
+    grep -q "feature: $branch_note" <<<"$("$readelf" -nW "$one")" || return 1
   done
 }
 
@@ -48,7 +50,7 @@ start_files_have_branch_note() {
 # has PROPERTY FILE OBJECT...
 has() {
   local property=$1 text
-  text=$(readelf -hldW --dyn-syms "$2")
+  text=$("$readelf" -hldW --dyn-syms "$2")
   case $property in
     pie) grep -q 'Type: *DYN' <<<"$text" && grep -q 'FLAGS_1.* PIE' <<<"$text" ;;
     bind-now) grep -q 'FLAGS.* BIND_NOW' <<<"$text" || grep -q 'FLAGS_1.* NOW' <<<"$text" ;;
@@ -56,7 +58,8 @@ has() {
     stack) grep -q '^ *GNU_STACK .* RW  *0x' <<<"$text" ;;
     text) ! grep -q 'TEXTREL' <<<"$text" ;;
     canary) grep -q 'UND __stack_chk_fail' <<<"$text" ;;
-    fortify) grep -v '__stack_chk_fail' <<<"$text" | grep 'UND __[a-z]*_chk' >/dev/null ;;
+    # __stack_chk_fail and AArch64's __stack_chk_guard are the canary's.
+    fortify) grep -q 'UND __[a-z]*_chk@' <<<"$text" ;;
     branches) has_branch_note "${@:3}" ;;
     branches-linked) has_branch_note "$2" ;;
     # A library's variable that the linker has moved here carries the library's version.
