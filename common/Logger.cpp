@@ -195,27 +195,22 @@ void Logger::WriteV(int level, const char* file, int line, const char* module, c
   if (level <= LOG_LEVEL_DEBUG || file == nullptr || module == nullptr || format == nullptr) {
     return;
   }
-  // Before the lock, so that other threads need not wait for it.
-  Message message;
-  const bool fits = FormatMessage(message, format, arguments);
-  WriteMessage(level, file, line, module, fits ? message.data() : nullptr);
-}
-
-void Logger::WriteMessage(int level, const char* file, int line, const char* module,
-                          const char* message) {
   const std::lock_guard lock(mMutex);
   if (!mFd.IsOpen()) {
     return;
   }
   const std::int64_t size = MakeRoom();
-  if (message == nullptr) {
-    return;
+  Message message;
+  if (FormatMessage(message, format, arguments)) {
+    AppendLine(level, file, line, module, message.data(), size);
   }
-  mLine.clear();
-  mLine.append("[").append(TimeStamp().Get()).append("] [").append(GetLevelName(level));
-  mLine.append("] [").append(file).append(":").append(std::to_string(line)).append("] ");
-  mLine.append(module).append(": ").append(message).append("\n");
-  AppendLine(size);
+}
+
+void Logger::WriteMessage(int level, const char* file, const char* module, const char* message) {
+  const std::lock_guard lock(mMutex);
+  if (mFd.IsOpen()) {
+    AppendLine(level, file, 0, module, message, MakeRoom());
+  }
 }
 
 // Returns the size of the log, which is rotated first when it has become too long.
@@ -229,7 +224,12 @@ std::int64_t Logger::MakeRoom() {
 }
 
 // A line of which only a part found room is taken back, unless somebody appended after it.
-void Logger::AppendLine(std::int64_t size) {
+void Logger::AppendLine(int level, const char* file, int line, const char* module,
+                        const char* message, std::int64_t size) {
+  mLine.clear();
+  mLine.append("[").append(TimeStamp().Get()).append("] [").append(GetLevelName(level));
+  mLine.append("] [").append(file).append(":").append(std::to_string(line)).append("] ");
+  mLine.append(module).append(": ").append(message).append("\n");
   const auto written = static_cast<std::int64_t>(WriteAll(mFd.Get(), mLine));
   const bool isTorn = written > 0 && written < static_cast<std::int64_t>(mLine.size());
   if (isTorn && lseek(mFd.Get(), 0, SEEK_END) == size + written) {
@@ -260,7 +260,7 @@ struct FreeEntry {
       return;
     }
     if (auto* const logger = Singleton<Logger>::Instance()) {
-      logger->WriteMessage(level, file, 0, module, message.data());
+      logger->WriteMessage(level, file, module, message.data());
     }
   }
 };

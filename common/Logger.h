@@ -94,10 +94,10 @@ class [[gnu::visibility("default")]] Logger {
 
   void WriteV(int level, const char* file, int line, const char* module, const char* format,
               std::va_list arguments);
-  // Null: a message that cannot be written.
-  void WriteMessage(int level, const char* file, int line, const char* module, const char* message);
+  void WriteMessage(int level, const char* file, const char* module, const char* message);
   std::int64_t MakeRoom();
-  void AppendLine(std::int64_t size);
+  void AppendLine(int level, const char* file, int line, const char* module, const char* message,
+                  std::int64_t size);
   void Rotate(std::int64_t size);
 
   const std::int32_t mMaxFileSize = 0x2000000;
