@@ -140,6 +140,7 @@ void BecomeCore(char** arguments, const std::vector<InstalledFile>& files) {
   all.push_back({"/proc/self/exe", kCorePath});
   all.insert(all.end(), files.begin(), files.end());
   std::vector<int> opened;
+  opened.reserve(all.size());
   for (const InstalledFile& file : all) {
     opened.push_back(open(file.source, O_RDONLY | O_CLOEXEC));
   }
