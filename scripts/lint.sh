@@ -9,13 +9,13 @@ cd "$(dirname "$0")/.."
 install_missing "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${LINT_PACKAGES[@]}" \
   "${BENCH_PACKAGES[@]}"
 # For the compiler's options; nothing is built.
-quietly cmake --preset release
+quietly cmake --preset release -B build/lint -D BRIMLET_BUILD_BENCHMARKS=ON
 
 echo "clang-format"
 git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format --dry-run -Werror
 
 echo "cppcheck"
-cppcheck --quiet --project=build/release/compile_commands.json --library=posix --library=googletest \
+cppcheck --quiet --project=build/lint/compile_commands.json --library=posix --library=googletest \
   --enable=warning,performance,portability --inline-suppr --error-exitcode=1
 
 echo "clang-tidy"
@@ -23,4 +23,4 @@ echo "clang-tidy"
 mapfile -t sources < <(git ls-files '*.cpp' ':!tests/consumer')
 # The count of suppressed warnings of system headers is of no interest.
 printf '%s\n' "${sources[@]}" |
-  xargs -P "$(nproc)" -n 4 clang-tidy --quiet -p build/release 2> >(grep -v 'warnings\? generated' >&2)
+  xargs -P "$(nproc)" -n 4 clang-tidy --quiet -p build/lint 2> >(grep -v 'warnings\? generated' >&2)
