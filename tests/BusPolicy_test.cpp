@@ -1,5 +1,5 @@
 // The installed bus policy: root and the members of one group get as far as the one method and the
-// daemon's description of itself, nobody else gets anywhere.
+// daemon's description of itself, nobody else gets anywhere at the connection that serves calls.
 #include <unistd.h>
 
 #include <cstring>
