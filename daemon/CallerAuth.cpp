@@ -52,6 +52,13 @@ void LogQueryFailure(const char* step, int error) {
   BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", step, error, noCreds);
 }
 
+constexpr const char* kTheBus = "org.freedesktop.DBus";
+
+bool IsFromTheBus(sd_bus_message* message) {
+  const char* const sender = sd_bus_message_get_sender(message);
+  return sender != nullptr && std::strcmp(sender, kTheBus) == 0;
+}
+
 // What the bus tells about a sender.
 class Answer {
  public:
@@ -59,7 +66,7 @@ class Answer {
   static int Take(sd_bus_message* reply, void* userdata, sd_bus_error* /*error*/) {
     auto* const answer = static_cast<Answer*>(userdata);
     answer->mIsThere = true;
-    answer->mError = -sd_bus_message_get_errno(reply);
+    answer->mError = IsFromTheBus(reply) ? -sd_bus_message_get_errno(reply) : -EBADMSG;
     if (answer->mError == 0) {
       answer->mError = std::min(sd_bus_message_read(reply, "u", &answer->mPid), 0);
     }
@@ -92,52 +99,61 @@ class QueryBus {
  public:
   // Returns 0 when there is an answer, otherwise a negative error.
   int Ask(const char* sender, Answer& answer) {
-    if (mBus && sd_bus_is_open(mBus.get()) > 0) {
-      const int r = AskOnce(sender, answer, Unasked::kGiveUp);
-      if (r < 0 || answer.IsThere()) {
-        return r;
-      }
+    const bool isUsable = mBus && sd_bus_is_open(mBus.get()) > 0 && !mHasUnasked;
+    const int r = isUsable ? AskOnce(sender, answer, Unasked::kGiveUp) : kNoAnswer;
+    if (r == kAnswered) {
+      return 0;
     }
-    const int r = Open();
-    return r < 0 ? r : AskOnce(sender, answer, Unasked::kIgnore);
+    // Lost, perhaps a while ago, or full.
+    const int opened = Open();
+    if (opened < 0) {
+      return r < 0 ? r : opened;
+    }
+    answer = {};
+    return std::min(AskOnce(sender, answer, Unasked::kIgnore), 0);
   }
 
  private:
   enum class Unasked { kGiveUp, kIgnore };
+
+  static constexpr int kNoAnswer = 0;
+  static constexpr int kAnswered = 1;
 
   int Open() {
     sd_bus* bus = nullptr;
     const int r = sd_bus_open_system(&bus);
     mBus.reset(bus);
     mHasUnasked = false;
-    if (r >= 0) {
-      sd_bus_add_filter(bus, nullptr, DropUnasked, this);
-    }
-    return r;
+    return r < 0 ? r : sd_bus_add_filter(bus, nullptr, DropUnasked, this);
   }
 
+  // kAnswered, kNoAnswer or a negative error.
   int AskOnce(const char* sender, Answer& answer, Unasked unasked) {
     sd_bus_slot* sent = nullptr;
-    int r = sd_bus_call_method_async(
-        mBus.get(), &sent, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "GetConnectionUnixProcessID", Answer::Take, &answer, "s", sender);
+    int r =
+        sd_bus_call_method_async(mBus.get(), &sent, kTheBus, "/org/freedesktop/DBus", kTheBus,
+                                 "GetConnectionUnixProcessID", Answer::Take, &answer, "s", sender);
     const UniqueSlot slot(sent);
-    while (r >= 0 && !answer.IsThere() && !(mHasUnasked && unasked == Unasked::kGiveUp)) {
+    while (r >= 0 && !answer.IsThere()) {
+      if (mHasUnasked && unasked == Unasked::kGiveUp) {
+        return kNoAnswer;
+      }
       r = sd_bus_process(mBus.get(), nullptr);
       if (r == 0) {
         r = sd_bus_wait(mBus.get(), UINT64_MAX);
       }
     }
-    return std::min(r, 0);
+    if (r < 0) {
+      return r;
+    }
+    // The library itself answers what is open when the connection is lost.
+    return sd_bus_is_open(mBus.get()) > 0 ? kAnswered : -ECONNRESET;
   }
 
   // Not answered either. What the bus itself says unasked is no more than the connection's own
   // name.
   static int DropUnasked(sd_bus_message* message, void* queryBus, sd_bus_error* /*error*/) {
-    const char* const sender = sd_bus_message_get_sender(message);
-    if (sender == nullptr || std::strcmp(sender, "org.freedesktop.DBus") != 0) {
-      static_cast<QueryBus*>(queryBus)->mHasUnasked = true;
-    }
+    static_cast<QueryBus*>(queryBus)->mHasUnasked |= !IsFromTheBus(message);
     return 1;
   }
 

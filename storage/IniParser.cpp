@@ -29,50 +29,34 @@ constexpr mode_t kCreateMode = 0666;
 
 using CommentMap = std::unordered_map<std::string, std::string>;
 
-// Takes a line off the front of a text that is not empty.
-std::string_view TakeLine(std::string_view& text) {
-  const std::size_t end = std::min(text.find('\n'), text.size());
-  const std::string_view line = text.substr(0, end);
-  text.remove_prefix(std::min(end + 1, text.size()));
-  return line;
-}
-
-// False: a key line has an empty key or stands in a section with an empty name.
-bool IsAccepted(std::string_view text) {
-  bool isSectionNamed = true;
-  while (!text.empty()) {
-    const std::string_view line = TakeLine(text);
-    if (line.starts_with('[')) {
-      isSectionNamed = line.size() > 1 && line[1] != ']';
-    } else if (!line.starts_with(';')) {
-      if (!isSectionNamed || line.empty() || line[0] == '=') {
-        return false;
-      }
-    }
-  }
-  return true;
-}
-
-// Fills an IniFileData from an accepted text, which has to outlive the parser.
+// Fills an IniFileData from a text. The text has to outlive the parser.
 class TextParser {
  public:
   explicit TextParser(IniFileData& data) : mData(data) {}
 
-  void Parse(std::string_view text) {
+  // False: the text is refused.
+  bool Parse(std::string_view text) {
     while (!text.empty()) {
-      ParseLine(TakeLine(text));
+      const std::size_t end = std::min(text.find('\n'), text.size());
+      if (!ParseLine(text.substr(0, end))) {
+        return false;
+      }
+      text.remove_prefix(std::min(end + 1, text.size()));
     }
+    return true;
   }
 
  private:
-  void ParseLine(std::string_view line) {
+  bool ParseLine(std::string_view line) {
     if (line.starts_with(';')) {
       mPending.push_back(line);
-    } else if (line.starts_with('[')) {
-      ParseHeader(line);
-    } else {
-      ParseKeyLine(line);
+      return true;
     }
+    if (line.starts_with('[')) {
+      ParseHeader(line);
+      return true;
+    }
+    return ParseKeyLine(line);
   }
 
   void ParseHeader(std::string_view line) {
@@ -81,15 +65,19 @@ class TextParser {
     StoreComments({}, line, line.find(';'));
   }
 
-  void ParseKeyLine(std::string_view line) {
+  bool ParseKeyLine(std::string_view line) {
     const std::size_t equals = line.find('=');
     const std::size_t comment = line.find(';');
     const std::string_view key = line.substr(0, equals);
+    if (mSection.empty() || key.empty()) {
+      return false;
+    }
     const std::size_t start = equals == std::string_view::npos ? 0 : equals + 1;
     // A comment that begins within the key does not end the value.
     const std::size_t end = comment < start ? line.size() : std::min(comment, line.size());
     SectionKeys().insert_or_assign(std::string(key), line.substr(start, end - start));
     StoreComments(key, line, comment);
+    return true;
   }
 
   // The section comes into being with its first key.
@@ -276,14 +264,12 @@ int IniParser::Load(const std::string& path) {
     BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "file oversize!");
     return -1;
   }
-  if (!IsAccepted(*text)) {
+  IniFileData data;
+  if (!TextParser(data).Parse(*text)) {
     BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "read wrong type ini file! file path: %s", path.c_str());
     return -1;
   }
-  // Emptied first, which is why the text is looked at twice: the new content takes its memory over.
-  IniFileData& data = mFiles[path];
-  data = {};
-  TextParser(data).Parse(*text);
+  mFiles[path] = std::move(data);
   return 0;
 }
 

@@ -1,9 +1,11 @@
 // Who is admitted: both programs from their installed paths, and nobody else.
 #include "daemon/CallerAuth.h"
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <set>
 
 #include "common/Logger.h"
 #include "tests/PrivateBus.h"
@@ -121,6 +123,34 @@ TEST_F(CallerAuthTest, RefusesACallerThatIsGone) {
   EXPECT_TRUE(log[2].starts_with(Error("CommandMethod", "CheckAuth failed: -"))) << log[2];
   EXPECT_TRUE(log[3].starts_with(Error("CommandMethod", "PopenProcess fail r:-"))) << log[3];
   EXPECT_FALSE(fs::exists(mHome / "ran"));
+}
+
+std::set<int> OwnSockets() {
+  std::set<int> sockets;
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+    if (fs::is_socket(entry.path())) {
+      sockets.insert(std::stoi(entry.path().filename()));
+    }
+  }
+  return sockets;
+}
+
+TEST_F(CallerAuthTest, AsksAgainWhenItsConnectionToTheBusIsLost) {
+  const Caller caller;
+  const char* name = nullptr;
+  sd_bus_get_unique_name(caller.Get(), &name);
+  sd_bus_message* call = nullptr;
+  sd_bus_message_new_method_call(caller.Get(), &call, name, "/", "a.b", "c");
+  sd_bus_message_set_sender(call, name);
+  const std::set<int> others = OwnSockets();
+  EXPECT_EQ(Velmar::GetSenderPid(call), getpid());
+  for (int i = 0; i < 2; ++i) {
+    for (const int socket : OwnSockets()) {
+      EXPECT_TRUE(others.contains(socket) || shutdown(socket, SHUT_RDWR) == 0);
+    }
+    EXPECT_EQ(Velmar::GetSenderPid(call), getpid());
+  }
+  sd_bus_message_unref(call);
 }
 
 TEST_F(CallerAuthTest, LetsNobodyElseStopTheDaemon) {
