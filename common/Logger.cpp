@@ -160,6 +160,21 @@ bool FormatMessage(Message& message, const char* format, std::va_list arguments)
   return vsnprintf_s(message.data(), message.size(), message.size() - 1, format, arguments) >= 0;
 }
 
+// What LogInfo() and its like have in common.
+void FormatAndWrite(int level, const char* module, const char* file, const char* format,
+                    std::va_list arguments) {
+  if (module == nullptr || file == nullptr || format == nullptr) {
+    return;
+  }
+  Message message;
+  if (!FormatMessage(message, format, arguments)) {
+    return;
+  }
+  if (auto* const logger = Singleton<Logger>::Instance()) {
+    logger->Write(level, file, 0, module, "%s", message.data());
+  }
+}
+
 }  // namespace
 
 Logger::Logger() = default;
@@ -206,13 +221,6 @@ void Logger::WriteV(int level, const char* file, int line, const char* module, c
   }
 }
 
-void Logger::WriteMessage(int level, const char* file, const char* module, const char* message) {
-  const std::lock_guard lock(mMutex);
-  if (mFd.IsOpen()) {
-    AppendLine(level, file, 0, module, message, MakeRoom());
-  }
-}
-
 // Returns the size of the log, which is rotated first when it has become too long.
 std::int64_t Logger::MakeRoom() {
   const std::int64_t size = lseek(mFd.Get(), 0, SEEK_END);
@@ -248,43 +256,26 @@ void Logger::Rotate(std::int64_t size) {
   }
 }
 
-// What the functions below have in common.
-struct FreeEntry {
-  static void Write(int level, const char* module, const char* file, const char* format,
-                    std::va_list arguments) {
-    if (module == nullptr || file == nullptr || format == nullptr) {
-      return;
-    }
-    Message message;
-    if (!FormatMessage(message, format, arguments)) {
-      return;
-    }
-    if (auto* const logger = Singleton<Logger>::Instance()) {
-      logger->WriteMessage(level, file, module, message.data());
-    }
-  }
-};
-
 void LogDebug(const char* /*module*/, const char* /*file*/, const char* /*format*/, ...) {}
 
 void LogInfo(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  FreeEntry::Write(LOG_LEVEL_INFO, module, file, format, arguments);
+  FormatAndWrite(LOG_LEVEL_INFO, module, file, format, arguments);
   va_end(arguments);
 }
 
 void LogWarning(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  FreeEntry::Write(LOG_LEVEL_WARNING, module, file, format, arguments);
+  FormatAndWrite(LOG_LEVEL_WARNING, module, file, format, arguments);
   va_end(arguments);
 }
 
 void LogError(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  FreeEntry::Write(LOG_LEVEL_ERROR, module, file, format, arguments);
+  FormatAndWrite(LOG_LEVEL_ERROR, module, file, format, arguments);
   va_end(arguments);
 }
 

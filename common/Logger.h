@@ -67,9 +67,8 @@ class [[gnu::visibility("default")]] Logger {
   //
   // When the file has passed 33554432 bytes (32 MiB) before a line, its content first moves to the
   // path followed by ".old", mode 0600, in place of what was there, and the file starts empty.
-  // Where
-  // ".old" cannot be made (a directory stands there), the content is dropped. The size is that of
-  // the file opened by Init(), whatever stands at the path by now.
+  // Where ".old" cannot be made (a directory stands there), the content is dropped. The size is
+  // that of the file opened by Init(), whatever stands at the path by now.
   [[gnu::format(printf, 6, 7)]] void Write(int level, const char* file, int line,
                                            const char* module, const char* format, ...);
 
@@ -90,11 +89,8 @@ class [[gnu::visibility("default")]] Logger {
   void Write(int level, Text file, int line, Text module, Text format, ...);
 
  private:
-  friend struct FreeEntry;  // LogInfo() and its like
-
   void WriteV(int level, const char* file, int line, const char* module, const char* format,
               std::va_list arguments);
-  void WriteMessage(int level, const char* file, const char* module, const char* message);
   std::int64_t MakeRoom();
   void AppendLine(int level, const char* file, int line, const char* module, const char* message,
                   std::int64_t size);

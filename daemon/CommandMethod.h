@@ -45,7 +45,8 @@ int HandleBrimletdCall(sd_bus_message* message, void* userdata, sd_bus_error* er
 // Returns the result of sending the output (negative for output that is no valid UTF-8: nothing is
 // sent then). Returns -1 after kExecuteFailedReply: the policy refuses the line, it has
 // kMaxCommandSize bytes or more, the shell cannot be started, the output is MAX_BUF_SIZE bytes or
-// longer or begins with a zero byte. There is no time limit.
+// longer or begins with a zero byte. There is no time limit. For one thread: all calls share one
+// buffer for the output, which keeps it until the next.
 int ExecutePopen(sd_bus_message* message, const char* command);
 
 }  // namespace Velmar

@@ -25,7 +25,8 @@ class CommandPipe {
   [[nodiscard]] bool IsOpen() const { return mStream != nullptr; }
 
   // Waits for output and reads at most as much as fits, which has to be at least one byte. Returns
-  // the bytes read: none at the end of the output, and when it cannot be read.
+  // the bytes read: none at the end of the output, and when it cannot be read. What came before
+  // that stands, also the beginning of a line.
   std::span<char> Read(std::span<char> buffer) {
     // Past the stream, which would copy the output once more.
     const ssize_t length = read(fileno(mStream), buffer.data(), buffer.size());

@@ -24,9 +24,10 @@ constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 // The white space of the classic locale.
 constexpr bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-// Whether a word is a decimal number from `min`, which is not negative, to `max`. It is read as
-// std::stoi does: leading white space and one sign are accepted, any number of leading zeros counts
-// for nothing, and whatever follows the digits is ignored.
+// Whether a word is a decimal number from `min`, which is not negative, to `max`, which is less
+// than a tenth of the largest int. It is read as std::stoi does: leading white space and one sign
+// are accepted, any number of leading zeros counts for nothing, and whatever follows the digits is
+// ignored.
 bool IsNumberInRange(std::string_view word, int min, int max) {
   std::size_t i = 0;
   while (i < word.size() && IsSpace(word[i])) {
