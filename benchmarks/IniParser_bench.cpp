@@ -13,6 +13,8 @@
 namespace BrimletBench {
 namespace {
 
+constexpr const char* kText = "a value of some length";
+
 // Sections of twenty keys with a comment each. Trailing comments are left out: to the peer they
 // belong to the values.
 std::string MakeText(std::size_t size) {
@@ -23,40 +25,68 @@ std::string MakeText(std::size_t size) {
       text.append(";about section ").append(section).append("\n[section").append(section);
       text.append("]\n");
     }
-    text.append("key_").append(std::to_string(i)).append("=a value of some length\n");
+    text.append("key_").append(std::to_string(i)).append("=").append(kText).append("\n");
   }
   // Whole lines, and not more bytes than asked for.
   text.resize(text.rfind('\n', size - 1) + 1);
   return text;
 }
 
-// The same file for both: what the one has written, the other reads.
+constexpr const char* kSection = "section0";
+constexpr const char* kKey = "key_7";
+constexpr int kNumber = 4711;
+
+bool Load(const std::string& path) {
+  Velmar::IniParser parser;
+  return parser.Load(path) == 0;
+}
+
+bool LoadByPeer(const std::string& path) {
+  CSimpleIniCaseA ini;
+  return ini.LoadFile(path.c_str()) >= 0;
+}
+
+bool Set(const std::string& path) {
+  Velmar::IniParser parser;
+  parser.SetInt(path, kSection, kKey, kNumber);
+  return true;
+}
+
+bool SetByPeer(const std::string& path) {
+  CSimpleIniCaseA ini;
+  return ini.LoadFile(path.c_str()) >= 0 && ini.SetLongValue(kSection, kKey, kNumber) >= 0 &&
+         ini.SaveFile(path.c_str(), false) >= 0;
+}
+
+std::string Value(const std::string& path) {
+  return Velmar::IniParser().GetString(path, kSection, kKey);
+}
+
+std::string ValueByPeer(const std::string& path) {
+  CSimpleIniCaseA ini;
+  return ini.LoadFile(path.c_str()) >= 0 ? ini.GetValue(kSection, kKey, "") : "";
+}
+
+// Each writes a file of its own: SimpleIni separates sections by empty lines, with which ours does
+// not load a file, and ours writes the keys in another order.
 void AddSize(std::size_t size, const std::string& name, double loadBound) {
   static const BrimletTest::TempFolder folder;
-  const std::string path = folder / std::to_string(size);
-  BrimletTest::WriteWhole(path, MakeText(size));
-  const auto load = [](const std::string& file) {
-    static Velmar::IniParser parser;
-    return parser.Load(file) == 0;
-  };
-  const auto loadByPeer = [](const std::string& file) {
-    CSimpleIniCaseA ini;
-    return ini.LoadFile(file.c_str()) >= 0;
-  };
-  const auto set = [](const std::string& file) {
-    Velmar::IniParser parser;
-    parser.SetInt(file, "section0", "key_7", 4711);
-    return true;
-  };
-  const auto setByPeer = [](const std::string& file) {
-    CSimpleIniCaseA ini;
-    ini.LoadFile(file.c_str());
-    ini.SetLongValue("section0", "key_7", 4711);
-    return ini.SaveFile(file.c_str(), false) >= 0;
-  };
-  Line("INI load, " + name, Repeat(path, load))
-      .Peer("SimpleIni", loadBound, Repeat(path, loadByPeer));
-  Line("INI SetInt, " + name, Repeat(path, set)).Peer("SimpleIni", 0.65, Repeat(path, setByPeer));
+  const std::string text = MakeText(size);
+  const std::string path = folder / (std::to_string(size) + "-read");
+  const std::string ownPath = folder / (std::to_string(size) + "-brimlet");
+  const std::string peerPath = folder / (std::to_string(size) + "-peer");
+  for (const std::string& file : {path, ownPath, peerPath}) {
+    BrimletTest::WriteWhole(file, text);
+  }
+  Require(Load(path) && Value(path) == kText, "IniParser::Load");
+  Require(LoadByPeer(path) && ValueByPeer(path) == kText, "SimpleIni: load");
+  const std::string number = std::to_string(kNumber);
+  Require(Set(ownPath) && Load(ownPath) && Value(ownPath) == number, "IniParser::SetInt");
+  Require(SetByPeer(peerPath) && ValueByPeer(peerPath) == number, "SimpleIni: set");
+  Line("INI load, " + name, Repeat(path, Direct<Load>()))
+      .Peer("SimpleIni", loadBound, Repeat(path, Direct<LoadByPeer>()));
+  Line("INI SetInt, " + name, Repeat(ownPath, Direct<Set>()))
+      .Peer("SimpleIni", 0.65, Repeat(peerPath, Direct<SetByPeer>()));
 }
 
 }  // namespace

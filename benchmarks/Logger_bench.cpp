@@ -165,7 +165,10 @@ void AddWrittenLine(const std::string& name, int threads, void (*write)()) {
 }
 
 void AddDroppedLine() {
-  const auto drop = [] { Velmar::LogDebug(kModule, kFile, kFormat, kArgument); };
+  const auto drop = [] {
+    Velmar::Singleton<Velmar::Logger>::Instance()->Write(Velmar::LOG_LEVEL_DEBUG, kFile, 83,
+                                                         kModule, kFormat, kArgument);
+  };
   static spdlog::logger* peer = nullptr;
   const auto dropByPeer = [] { peer->debug("CheckAuth path:{} failed!", kArgument); };
   const auto startPeer = [] {
@@ -173,7 +176,7 @@ void AddDroppedLine() {
     peer = PeerLog().get();
     peer->set_level(spdlog::level::info);
   };
-  Line("LogDebug, dropped", ByAllThreads(StartLog, drop))
+  Line("Logger::Write, dropped DEBUG line", ByAllThreads(StartLog, drop))
       .Peer("spdlog", 0.3, ByAllThreads(startPeer, dropByPeer));
 }
 

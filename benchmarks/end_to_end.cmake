@@ -1,5 +1,6 @@
 # The daemon end to end, on a private machine, next to the least that a helper can be.
-# Once without the C++ library, which it does not need, and once with it, as a daemon in C++ has it.
+# Once without the C++ library, which it does not need and against which the daemon's memory is held,
+# and once with it, to show how much of that memory the library takes.
 foreach(floor IN ITEMS end_to_end_floor end_to_end_floor_cxx)
   add_executable(${floor} end_to_end_floor.cpp)
   brimlet_configure(${floor})

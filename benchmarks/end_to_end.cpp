@@ -47,8 +47,8 @@ const Request kRefused = {"echo --nope", "ExecutePopen failed!", "Refuse"};
 constexpr const char* kNotes = R"(
 The floor is a bus service that replies a fixed text, or runs the line with popen and replies
 the output. It leaves out: asking the bus who the caller is, and reading its executable;
-judging the line; the log; the bounds; the parent. Its caller does not ask who has replied. The
-floor of the memory is linked with the C++ library; the line below it shows the one without.
+judging the line; the log; the bounds; the parent. Its caller does not ask who has replied. It is
+linked without the C++ library; for the memory alone, another line shows the floor with it.
 A peer is started without a shell by an ordinary user, may do everything unasked, and runs the
 line with "sh -c". All of it runs on one processor.)";
 
@@ -192,8 +192,9 @@ class EndToEnd {
       CallFloor(*request, cxxName);
     }
     const double pss = Pss(mDaemon.Pid());
-    mReport.AddRatio("idle: PSS", "floor", 1.1, pss / Pss(cxxFloor.Pid()));
-    mReport.AddRatio("idle: PSS, no C++ library", "floor", kNoBound, pss / Pss(mFloor.Pid()));
+    mReport.AddRatio("idle: PSS", "floor", 1.1, pss / Pss(mFloor.Pid()));
+    mReport.AddRatio("idle: PSS, floor with the C++ library", "floor", kNoBound,
+                     pss / Pss(cxxFloor.Pid()));
     mReport.AddFigure("idle: PSS of the daemon", pss, kNoBound, "KiB");
     MeasureIdlePeer(pss);
     const double sleeps = Sleeps(mDaemon.Pid());
@@ -212,7 +213,7 @@ class EndToEnd {
     try {
       const Process peer({"sh", "-c", std::string("exec ") + path + " >/dev/null 2>&1"});
       WaitForName("org.freedesktop.RealtimeKit1", peer.Pid());
-      mReport.AddRatio("idle: PSS", "rtkit-daemon", 1, pss / Pss(peer.Pid()));
+      mReport.AddRatio("idle: PSS", "rtkit-daemon", kNoBound, pss / Pss(peer.Pid()));
     } catch (const std::exception& error) {
       mReport.AddNote(std::string("rtkit-daemon: not measured: ") + error.what());
     }

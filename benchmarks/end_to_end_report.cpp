@@ -31,14 +31,18 @@ std::string Verdict(double value, double bound) {
   return value <= bound ? "within" : "OVER";
 }
 
-// `text` as a JSON string. What is reported holds no control bytes.
+// `text` as a JSON string, its line feeds kept and other control bytes made blanks.
 std::string Quoted(const std::string& text) {
   std::string quoted = "\"";
   for (const char c : text) {
+    if (c == '\n') {
+      quoted += "\\n";
+      continue;
+    }
     if (c == '"' || c == '\\') {
       quoted += '\\';
     }
-    quoted += c;
+    quoted += static_cast<unsigned char>(c) < ' ' ? ' ' : c;
   }
   return quoted + "\"";
 }
@@ -126,8 +130,8 @@ void Report::Print(std::ostream& out) const {
 
 void Report::WriteJson(std::ostream& out) const {
   const char* separator = "[\n";
-  const auto begin = [&](const std::string& line) {
-    out << separator << R"({"line": )" << Quoted(line);
+  const auto begin = [&](const std::string& text, const char* name = "line") {
+    out << separator << "{\"" << name << "\": " << Quoted(text);
     separator = ",\n";
   };
   const auto end = [&](const char* boundName, double bound) {
@@ -150,6 +154,10 @@ void Report::WriteJson(std::ostream& out) const {
     begin(row.line);
     out << R"(, "value": )" << row.value << R"(, "unit": )" << Quoted(row.unit);
     end("bound", row.bound);
+  }
+  for (const std::string& note : mNotes) {
+    begin(note, "note");
+    end("", kNoBound);
   }
   out << "\n]\n";
 }

@@ -27,7 +27,8 @@ class Report {
 
   void Print(std::ostream& out) const;
   // [{"line": ..., "floor": [...], "bound_floor": ...}, {"line": ..., "peer": [...],
-  //   "peer_name": ..., "bound_peer": ...}, {"line": ..., "value": ..., "bound": ..., "unit": ...}]
+  //   "peer_name": ..., "bound_peer": ...}, {"line": ..., "value": ..., "bound": ..., "unit": ...},
+  //   {"note": ...}]
   // A bound that there is not is left out.
   void WriteJson(std::ostream& out) const;
 

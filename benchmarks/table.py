@@ -13,10 +13,12 @@ percentile of the ratios of the single rounds.
 
 END_TO_END_JSON is a list of what was measured elsewhere: the ratios of the rounds, whose median is
 the figure, or a number that is no ratio. Entries of one line belong together; bounds may be missing.
+Notes are printed below the table.
 
     {"line": "trivial command", "floor": [1.1, 1.12], "bound_floor": 1.17}
     {"line": "trivial command", "peer": [0.3, 0.31], "peer_name": "doas", "bound_peer": 0.4}
     {"line": "trivial command", "value": 22, "unit": "system calls", "bound": 24}
+    {"note": "doas: not measured: not installed"}
 """
 
 import json
@@ -31,6 +33,10 @@ def percentile(values, percent):
     return values[round((len(values) - 1) * percent / 100)]
 
 
+def show_ratio(value):
+    return f"{value:.2f}" if value >= 1 else f"{value:.3f}"
+
+
 class Ratio:
     """How many times as long as something else, with its spread and its bound."""
 
@@ -38,13 +44,12 @@ class Ratio:
         self.figure, self.rounds, self.bound, self.name = figure, rounds, bound, name
 
     def cells(self):
-        low, high = percentile(self.rounds, 10), percentile(self.rounds, 90)
-        text = f"{self.figure:.2f} ({low:.2f}-{high:.2f})"
+        low, high = (show_ratio(percentile(self.rounds, percent)) for percent in (10, 90))
+        text = f"{show_ratio(self.figure)} ({low}-{high})"
         return [f"{self.name} {text}".strip(), "" if self.bound is None else f"{self.bound:g}"]
 
     def is_within(self):
-        # To the digits that are shown.
-        return self.bound is None or round(self.figure, 2) <= self.bound
+        return self.bound is None or self.figure <= self.bound
 
 
 class Count:
@@ -72,10 +77,12 @@ def rows_of(line, takes, floor, peers):
 
 def run_units(program, min_time):
     """Yields name and result of each benchmark."""
-    output = subprocess.run(
+    run = subprocess.run(
         [program, f"--benchmark_min_time={min_time}", "--benchmark_format=json"],
-        check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
-    for result in json.loads(output)["benchmarks"]:
+        check=False, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    if run.returncode != 0:
+        sys.exit(f"\n{run.stderr}{program}: status {run.returncode}")
+    for result in json.loads(run.stdout)["benchmarks"]:
         line, who, bound = result["name"].split("|")
         is_real = "real_time" in bound or "manual_time" in bound
         bound = bound.split("/")[0]
@@ -130,11 +137,11 @@ def part_of(entry):
                  entry.get("peer_name", ""))
 
 
-def end_to_end_rows(path):
-    with open(path, encoding="utf-8") as file:
-        entries = json.load(file)
+def end_to_end_rows(entries):
     lines = {}
     for entry in entries:
+        if "note" in entry:
+            continue
         floors, others = lines.setdefault(entry["line"], ([], []))
         (floors if "floor" in entry else others).append(part_of(entry))
     for line, (floors, others) in lines.items():
@@ -152,9 +159,14 @@ def print_table(rows):
 def main():
     rounds, min_time, units = int(sys.argv[1]), sys.argv[2], sys.argv[3]
     rows = list(unit_rows(*measure_units(units, rounds, min_time)))
+    entries = []
     for path in sys.argv[4:]:
-        rows.extend(end_to_end_rows(path))
-    print_table(rows)
+        with open(path, encoding="utf-8") as file:
+            entries.extend(json.load(file))
+    print_table(rows + list(end_to_end_rows(entries)))
+    for entry in entries:
+        if "note" in entry:
+            print(f"\n{entry['note'].strip()}")
 
 
 main()
