@@ -13,6 +13,7 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -164,8 +165,11 @@ void AddWrittenLine(const std::string& name, int threads, void (*write)()) {
       .Peer("spdlog", 1.05, ByAllThreads(StartPeerLog, peer));
 }
 
+// The tree's own statements of that level are gone when it is compiled. A program has LogDebug();
+// and Write() for a level that is known only when it runs, which is shown without a bound.
 void AddDroppedLine() {
-  const auto drop = [] {
+  const auto drop = [] { Velmar::LogDebug(kModule, kFile, kFormat, kArgument); };
+  const auto dropByLevel = [] {
     Velmar::Singleton<Velmar::Logger>::Instance()->Write(Velmar::LOG_LEVEL_DEBUG, kFile, 83,
                                                          kModule, kFormat, kArgument);
   };
@@ -176,8 +180,10 @@ void AddDroppedLine() {
     peer = PeerLog().get();
     peer->set_level(spdlog::level::info);
   };
-  Line("Logger::Write, dropped DEBUG line", ByAllThreads(StartLog, drop))
+  Line("LogDebug, dropped", ByAllThreads(StartLog, drop))
       .Peer("spdlog", 0.3, ByAllThreads(startPeer, dropByPeer));
+  Line("Logger::Write, DEBUG, dropped", ByAllThreads(StartLog, dropByLevel))
+      .Peer("spdlog", std::nullopt, ByAllThreads(startPeer, dropByPeer));
 }
 
 // A log that has passed its limit by a byte.
