@@ -99,10 +99,9 @@ class QueryBus {
  public:
   // Returns 0 when there is an answer, otherwise a negative error.
   int Ask(const char* sender, Answer& answer) {
-    const bool isUsable = mBus && sd_bus_is_open(mBus.get()) > 0 && !mHasUnasked;
-    const int r = isUsable ? AskOnce(sender, answer, Unasked::kGiveUp) : kNoAnswer;
-    if (r == kAnswered) {
-      return 0;
+    const int r = IsUsable() ? AskOnce(sender, answer, Unasked::kGiveUp) : kNoAnswer;
+    if (r == kAnswered || IsUsable()) {
+      return std::min(r, 0);
     }
     // Lost, perhaps a while ago, or full.
     const int opened = Open();
@@ -118,6 +117,10 @@ class QueryBus {
 
   static constexpr int kNoAnswer = 0;
   static constexpr int kAnswered = 1;
+
+  [[nodiscard]] bool IsUsable() const {
+    return mBus && sd_bus_is_open(mBus.get()) > 0 && !mHasUnasked;
+  }
 
   int Open() {
     sd_bus* bus = nullptr;
