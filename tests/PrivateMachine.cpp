@@ -74,11 +74,11 @@ void EnterNamespace() {
   Require(mount("brimlet-test", "/run", "tmpfs", 0, "mode=0755") == 0, "mount /run");
 }
 
-// The policy names a group that the machine need not have.
+// The policy names a group that the machine need not have. Where it has one, the first one counts.
 void AddGroup() {
   const std::string groups = "/opt/group";
-  WriteWhole(groups, ReadWhole("/etc/group") +
-                         "\n" BRIMLET_GROUP ":x:" + std::to_string(kMemberGroup) + ":\n");
+  const std::string ours = BRIMLET_GROUP ":x:" + std::to_string(kMemberGroup) + ":\n";
+  WriteWhole(groups, ours + ReadWhole("/etc/group"));
   Require(mount(groups.c_str(), "/etc/group", nullptr, MS_BIND, nullptr) == 0, "add a group");
 }
 
