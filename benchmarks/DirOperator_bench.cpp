@@ -39,6 +39,7 @@ void RemoveDir() {
 // Leaves out directories below, and the paths that a message would need.
 void LeastRemoval() {
   DIR* const dir = opendir(Path().c_str());
+  // cppcheck-suppress readdirCalled
   while (const dirent* const entry = readdir(dir)) {
     if (entry->d_name[0] != '.') {
       unlinkat(dirfd(dir), entry->d_name, 0);
