@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstddef>
 #include <ctime>
 #include <string_view>
@@ -19,13 +20,12 @@
 namespace Velmar {
 namespace {
 
-constexpr std::size_t kMessageSize = 4096;  // terminator included
 constexpr mode_t kLogMode = 0600;
 constexpr const char* kOldSuffix = ".old";
 // Never waits (a FIFO without a reader), never follows a link, never takes over a terminal.
 constexpr int kSafeOpenFlags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
-const char* GetLevelName(int level) {
+std::string_view GetLevelName(int level) {
   switch (level) {
     case LOG_LEVEL_DEBUG:
       return "DEBUG";
@@ -51,9 +51,9 @@ class TimeStamp {
     gettimeofday(&now, nullptr);
     tm local{};
     if (localtime_r(&now.tv_sec, &local) == nullptr) {
-      mText[0] = '\0';
       return;
     }
+    mSize = mText.size() - 1;
     SetPair(0, local.tm_year % 100);
     SetPair(3, local.tm_mon + 1);
     SetPair(6, local.tm_mday);
@@ -66,7 +66,7 @@ class TimeStamp {
     SetPair(22, micros % 100);
   }
 
-  [[nodiscard]] const char* Get() const { return mText.data(); }
+  [[nodiscard]] std::string_view Get() const { return {mText.data(), mSize}; }
 
  private:
   void SetPair(std::size_t at, int number) {
@@ -75,6 +75,7 @@ class TimeStamp {
   }
 
   std::array<char, 25> mText = std::to_array("00-00-00 00:00:00.000000");
+  std::size_t mSize = 0;
 };
 
 // Makes room for the log file. False: something stands there that is not to be opened.
@@ -154,26 +155,26 @@ void CopyContent(int from, int to, off_t size) {
   [[maybe_unused]] const int ignored = ftruncate(to, size);
 }
 
-using Message = std::array<char, kMessageSize>;
+// A formatted message, which ends at its first NUL, or none where it is too long or cannot be
+// formatted.
+class Message {
+ public:
+  Message(const char* format, std::va_list arguments)
+      : mIsThere(vsnprintf_s(mText.data(), mText.size(), mText.size() - 1, format, arguments) >=
+                 0) {}
 
-bool FormatMessage(Message& message, const char* format, std::va_list arguments) {
-  return vsnprintf_s(message.data(), message.size(), message.size() - 1, format, arguments) >= 0;
-}
+  [[nodiscard]] std::optional<std::string_view> Get() const {
+    return mIsThere ? std::optional<std::string_view>(mText.data()) : std::nullopt;
+  }
 
-// What LogInfo() and its like have in common.
-void FormatAndWrite(int level, const char* module, const char* file, const char* format,
-                    std::va_list arguments) {
-  if (module == nullptr || file == nullptr || format == nullptr) {
-    return;
-  }
-  Message message;
-  if (!FormatMessage(message, format, arguments)) {
-    return;
-  }
-  if (auto* const logger = Singleton<Logger>::Instance()) {
-    logger->Write(level, file, 0, module, "%s", message.data());
-  }
-}
+ private:
+  std::array<char, 4096> mText;  // terminator included
+  bool mIsThere;
+};
+
+// Everything in a line but the texts that the caller gives, at its longest.
+constexpr std::size_t kFrameSize =
+    std::string_view("[26-11-16 20:47:56.123456] [CRITICAL] [:-2147483648] : \n").size();
 
 }  // namespace
 
@@ -207,17 +208,36 @@ void Logger::Write(int level, Text file, int line, Text module, Text format, ...
 
 void Logger::WriteV(int level, const char* file, int line, const char* module, const char* format,
                     std::va_list arguments) {
-  if (level <= LOG_LEVEL_DEBUG || file == nullptr || module == nullptr || format == nullptr) {
+  if (level > LOG_LEVEL_DEBUG && file != nullptr && module != nullptr && format != nullptr) {
+    WriteMessage(level, file, line, module, Message(format, arguments).Get());
+  }
+}
+
+// What LogInfo() and its like have in common: without a message, they do not even make room.
+void Logger::LogV(int level, const char* module, const char* file, const char* format,
+                  std::va_list arguments) {
+  if (module == nullptr || file == nullptr || format == nullptr) {
     return;
   }
+  const Message message(format, arguments);
+  if (!message.Get()) {
+    return;
+  }
+  if (auto* const logger = Singleton<Logger>::Instance()) {
+    logger->WriteMessage(level, file, 0, module, message.Get());
+  }
+}
+
+void Logger::WriteMessage(int level, std::string_view file, int line, std::string_view module,
+                          std::optional<std::string_view> message) {
   const std::lock_guard lock(mMutex);
   if (!mFd.IsOpen()) {
     return;
   }
   const std::int64_t size = MakeRoom();
-  Message message;
-  if (FormatMessage(message, format, arguments)) {
-    AppendLine(level, file, line, module, message.data(), size);
+  if (message) {
+    ComposeLine(level, file, line, module, *message);
+    AppendLine(size);
   }
 }
 
@@ -231,13 +251,32 @@ std::int64_t Logger::MakeRoom() {
   return 0;
 }
 
+// By hand, like the time: append() would take two thirds more instructions, all under the lock.
+void Logger::ComposeLine(int level, std::string_view file, int line, std::string_view module,
+                         std::string_view message) {
+  mLine.resize(kFrameSize + file.size() + module.size() + message.size());
+  char* end = mLine.data();
+  const auto add = [&end](std::string_view text) {
+    end = std::copy(text.begin(), text.end(), end);
+  };
+  add("[");
+  add(TimeStamp().Get());
+  add("] [");
+  add(GetLevelName(level));
+  add("] [");
+  add(file);
+  add(":");
+  end = std::to_chars(end, mLine.data() + mLine.size(), line).ptr;
+  add("] ");
+  add(module);
+  add(": ");
+  add(message);
+  add("\n");
+  mLine.resize(static_cast<std::size_t>(end - mLine.data()));
+}
+
 // A line of which only a part found room is taken back, unless somebody appended after it.
-void Logger::AppendLine(int level, const char* file, int line, const char* module,
-                        const char* message, std::int64_t size) {
-  mLine.clear();
-  mLine.append("[").append(TimeStamp().Get()).append("] [").append(GetLevelName(level));
-  mLine.append("] [").append(file).append(":").append(std::to_string(line)).append("] ");
-  mLine.append(module).append(": ").append(message).append("\n");
+void Logger::AppendLine(std::int64_t size) {
   const auto written = static_cast<std::int64_t>(WriteAll(mFd.Get(), mLine));
   const bool isTorn = written > 0 && written < static_cast<std::int64_t>(mLine.size());
   if (isTorn && lseek(mFd.Get(), 0, SEEK_END) == size + written) {
@@ -261,21 +300,21 @@ void LogDebug(const char* /*module*/, const char* /*file*/, const char* /*format
 void LogInfo(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  FormatAndWrite(LOG_LEVEL_INFO, module, file, format, arguments);
+  Logger::LogV(LOG_LEVEL_INFO, module, file, format, arguments);
   va_end(arguments);
 }
 
 void LogWarning(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  FormatAndWrite(LOG_LEVEL_WARNING, module, file, format, arguments);
+  Logger::LogV(LOG_LEVEL_WARNING, module, file, format, arguments);
   va_end(arguments);
 }
 
 void LogError(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  FormatAndWrite(LOG_LEVEL_ERROR, module, file, format, arguments);
+  Logger::LogV(LOG_LEVEL_ERROR, module, file, format, arguments);
   va_end(arguments);
 }
 

@@ -14,7 +14,9 @@
 #include <cstdarg>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "Singleton.h"
 #include "UniqueFd.h"
@@ -89,11 +91,20 @@ class [[gnu::visibility("default")]] Logger {
   void Write(int level, Text file, int line, Text module, Text format, ...);
 
  private:
+  friend void LogInfo(const char* module, const char* file, const char* format, ...);
+  friend void LogWarning(const char* module, const char* file, const char* format, ...);
+  friend void LogError(const char* module, const char* file, const char* format, ...);
+
   void WriteV(int level, const char* file, int line, const char* module, const char* format,
               std::va_list arguments);
+  static void LogV(int level, const char* module, const char* file, const char* format,
+                   std::va_list arguments);
+  void WriteMessage(int level, std::string_view file, int line, std::string_view module,
+                    std::optional<std::string_view> message);
   std::int64_t MakeRoom();
-  void AppendLine(int level, const char* file, int line, const char* module, const char* message,
-                  std::int64_t size);
+  void ComposeLine(int level, std::string_view file, int line, std::string_view module,
+                   std::string_view message);
+  void AppendLine(std::int64_t size);
   void Rotate(std::int64_t size);
 
   const std::int32_t mMaxFileSize = 0x2000000;

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <csignal>
 #include <filesystem>
 #include <functional>
@@ -47,17 +48,19 @@ TEST_F(LoggerTest, WritesOneLinePerCallAndDropsDebug) {
   WriteWhole(mPath, "kept\n");
   mLogger.Init(mPath);
   for (const int level : {-1, 0, 1, 2, 3, 4, 5, 7}) {
-    mLogger.Write(level, "Unit", -level, "UTILS", "level %d\tof %s", level, "it");
+    mLogger.Write(level, "Unit", level - INT_MAX, "UTILS", "level %d\tof %s", level, "it");
   }
-  mLogger.Write(2, std::string("Unit"), 7, kModule, std::string("%c%%"), 'x');
+  mLogger.Write(2, std::string("Unit"), 7, kModule, std::string("%c%%%clost"), 'x', 0);
   const Lines lines = LinesOf(ReadWhole(mPath));
   ASSERT_EQ(lines.size(), 7U);
   EXPECT_EQ(lines[0], "kept");
   const std::string time = R"(\[\d\d-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6}\] )";
-  const char* const rests[] = {
-      "[INFO] [Unit:-2] UTILS: level 2\tof it",  "[WARNING] [Unit:-3] UTILS: level 3\tof it",
-      "[ERROR] [Unit:-4] UTILS: level 4\tof it", "[CRITICAL] [Unit:-5] UTILS: level 5\tof it",
-      "[ ] [Unit:-7] UTILS: level 7\tof it",     "[INFO] [Unit:7] UTILS: x%"};
+  const char* const rests[] = {"[INFO] [Unit:-2147483645] UTILS: level 2\tof it",
+                               "[WARNING] [Unit:-2147483644] UTILS: level 3\tof it",
+                               "[ERROR] [Unit:-2147483643] UTILS: level 4\tof it",
+                               "[CRITICAL] [Unit:-2147483642] UTILS: level 5\tof it",
+                               "[ ] [Unit:-2147483640] UTILS: level 7\tof it",
+                               "[INFO] [Unit:7] UTILS: x%"};
   for (std::size_t i = 0; i < std::size(rests); ++i) {
     const std::string& line = lines[i + 1];
     EXPECT_TRUE(std::regex_match(line.substr(0, 27), std::regex(time))) << line;
