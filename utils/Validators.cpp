@@ -46,16 +46,17 @@ bool AreAll(std::string_view word) {
 // How many characters the number from 0 to 255 without leading zeros at the beginning of `text`
 // has; 0 when there is none, or a larger one.
 std::size_t GetByteLength(std::string_view text) {
-  if (text.empty() || !IsDigit(text[0])) {
-    return 0;
+  constexpr std::size_t kMaxDigits = 3;
+  int value = 0;
+  std::size_t length = 0;
+  while (length < std::min(text.size(), kMaxDigits) && IsDigit(text[length])) {
+    value = value * 10 + (text[length] - '0');
+    ++length;
+    if (value == 0) {
+      break;
+    }
   }
-  if (text[0] == '0' || text.size() == 1 || !IsDigit(text[1])) {
-    return 1;
-  }
-  if (text.size() == 2 || !IsDigit(text[2])) {
-    return 2;
-  }
-  return (text[0] - '0') * 100 + (text[1] - '0') * 10 + (text[2] - '0') <= kMaxByte ? 3 : 0;
+  return value <= kMaxByte ? length : 0;
 }
 
 }  // namespace
