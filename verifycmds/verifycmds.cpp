@@ -1,5 +1,8 @@
 #include "verifycmds/verifycmds.h"
 
+#include <array>
+#include <tuple>
+
 #include "common/LogStatement.h"
 #include "utils/Validators.h"
 
@@ -53,12 +56,13 @@ bool IsNumberInRange(std::string_view word, int min, int max) {
 
 }  // namespace
 
-VerifyCmds::CmdChecker VerifyCmds::FindChecker(std::string_view option) {
+// Unrolled and put in one place, so that each comparison is with a constant.
+[[gnu::flatten]] VerifyCmds::CmdChecker VerifyCmds::FindChecker(std::string_view option) {
   struct Entry {
     std::string_view option;
     CmdChecker checker;
   };
-  static constexpr Entry kTable[] = {
+  static constexpr auto kTable = std::to_array<Entry>({
       {kExit, &IsExitCmd},
       {"--add", &IsAddCmd},
       {"-a", &IsAddCmd},
@@ -81,13 +85,15 @@ VerifyCmds::CmdChecker VerifyCmds::FindChecker(std::string_view option) {
       {"--nopluginNull", &IsNopluginNullCmd},
       {"--nohidden", &IsNohiddenCmd},
       {"--disconbt", &IsDisconbtCmd},
-  };
-  for (const Entry& entry : kTable) {
-    if (entry.option == option) {
-      return entry.checker;
-    }
-  }
-  return nullptr;
+  });
+  return std::apply(
+      [option](const auto&... entries) {
+        CmdChecker found = nullptr;
+        static_cast<void>(
+            ((option == entries.option && (found = entries.checker) != nullptr) || ...));
+        return found;
+      },
+      kTable);
 }
 
 bool VerifyCmds::IsValidCmd(std::string_view cmdLine) const {

@@ -5,9 +5,9 @@
 // their shapes. README.md shows the whole grammar.
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstring>
 #include <string_view>
 
 namespace Velmar {
@@ -28,25 +28,32 @@ class VerifyCmds {
    public:
     // As Utils::Split does with one blank: empty words count, but for one behind a blank that ends
     // the line.
-    explicit WordList(std::string_view line) : mLine(line.data()) {
-      std::size_t start = 0;
-      while (start < line.size() && mCount < kCapacity) {
-        mStarts[mCount++] = start;
-        start = std::min(line.find(' ', start), line.size()) + 1;
+    explicit WordList(std::string_view line) {
+      const char* start = line.data();
+      const char* const end = start + line.size();
+      while (start != end && mCount < kCapacity) {
+        const void* const blank = std::memchr(start, ' ', static_cast<std::size_t>(end - start));
+        const char* const wordEnd = blank == nullptr ? end : static_cast<const char*>(blank);
+        mWords[mCount++] = {start, wordEnd};
+        start = blank == nullptr ? end : wordEnd + 1;
       }
-      mStarts[mCount] = start;
     }
 
     [[nodiscard]] std::size_t size() const { return mCount; }
     std::string_view operator[](std::size_t index) const {
-      return {mLine + mStarts[index], mStarts[index + 1] - mStarts[index] - 1};
+      const Word& word = mWords[index];
+      return {word.begin, static_cast<std::size_t>(word.end - word.begin)};
     }
 
    private:
+    // Not a view: an array of these would be emptied first.
+    struct Word {
+      const char* begin;
+      const char* end;
+    };
+
     static constexpr std::size_t kCapacity = 8;
-    const char* mLine;
-    // Where the next word would begin comes behind the last one.
-    std::array<std::size_t, kCapacity + 1> mStarts;
+    std::array<Word, kCapacity> mWords;
     std::size_t mCount = 0;
   };
 
