@@ -20,6 +20,7 @@
 namespace Velmar {
 namespace {
 
+constexpr std::size_t kMessageSize = 4096;  // terminator included
 constexpr mode_t kLogMode = 0600;
 constexpr const char* kOldSuffix = ".old";
 // Never waits (a FIFO without a reader), never follows a link, never takes over a terminal.
@@ -155,26 +156,39 @@ void CopyContent(int from, int to, off_t size) {
   [[maybe_unused]] const int ignored = ftruncate(to, size);
 }
 
-// A formatted message, which ends at its first NUL, or none where it is too long or cannot be
-// formatted.
-class Message {
- public:
-  Message(const char* format, std::va_list arguments)
-      : mIsThere(vsnprintf_s(mText.data(), mText.size(), mText.size() - 1, format, arguments) >=
-                 0) {}
+using Message = std::array<char, kMessageSize>;
 
-  [[nodiscard]] std::optional<std::string_view> Get() const {
-    return mIsThere ? std::optional<std::string_view>(mText.data()) : std::nullopt;
-  }
+bool FormatMessage(Message& message, const char* format, std::va_list arguments) {
+  return vsnprintf_s(message.data(), message.size(), message.size() - 1, format, arguments) >= 0;
+}
 
- private:
-  std::array<char, 4096> mText;  // terminator included
-  bool mIsThere;
-};
-
-// Everything in a line but the texts that the caller gives, at its longest.
+// All that a line has around the texts of the caller, at its longest: ComposeLine() counts on it.
 constexpr std::size_t kFrameSize =
     std::string_view("[26-11-16 20:47:56.123456] [CRITICAL] [:-2147483648] : \n").size();
+
+// By hand, like the time: append() would take two thirds more instructions, all under the lock.
+void ComposeLine(std::string& result, int level, std::string_view file, int line,
+                 std::string_view module, std::string_view message) {
+  result.resize(kFrameSize + file.size() + module.size() + message.size());
+  char* end = result.data();
+  const auto add = [&end](std::string_view text) {
+    end = std::copy(text.begin(), text.end(), end);
+  };
+  add("[");
+  add(TimeStamp().Get());
+  add("] [");
+  add(GetLevelName(level));
+  add("] [");
+  add(file);
+  add(":");
+  end = std::to_chars(end, result.data() + result.size(), line).ptr;
+  add("] ");
+  add(module);
+  add(": ");
+  add(message);
+  add("\n");
+  result.resize(static_cast<std::size_t>(end - result.data()));
+}
 
 }  // namespace
 
@@ -208,36 +222,36 @@ void Logger::Write(int level, Text file, int line, Text module, Text format, ...
 
 void Logger::WriteV(int level, const char* file, int line, const char* module, const char* format,
                     std::va_list arguments) {
-  if (level > LOG_LEVEL_DEBUG && file != nullptr && module != nullptr && format != nullptr) {
-    WriteMessage(level, file, line, module, Message(format, arguments).Get());
-  }
-}
-
-// What LogInfo() and its like have in common: without a message, they do not even make room.
-void Logger::LogV(int level, const char* module, const char* file, const char* format,
-                  std::va_list arguments) {
-  if (module == nullptr || file == nullptr || format == nullptr) {
+  if (level <= LOG_LEVEL_DEBUG || file == nullptr || module == nullptr || format == nullptr) {
     return;
   }
-  const Message message(format, arguments);
-  if (!message.Get()) {
-    return;
-  }
-  if (auto* const logger = Singleton<Logger>::Instance()) {
-    logger->WriteMessage(level, file, 0, module, message.Get());
-  }
-}
-
-void Logger::WriteMessage(int level, std::string_view file, int line, std::string_view module,
-                          std::optional<std::string_view> message) {
   const std::lock_guard lock(mMutex);
   if (!mFd.IsOpen()) {
     return;
   }
   const std::int64_t size = MakeRoom();
-  if (message) {
-    ComposeLine(level, file, line, module, *message);
-    AppendLine(size);
+  Message message;
+  if (FormatMessage(message, format, arguments)) {
+    AppendLine(level, file, line, module, message.data(), size);
+  }
+}
+
+// What LogInfo() and its like have in common. The message comes first: without one, there is no
+// rotation either.
+void Logger::WriteFree(int level, const char* file, const char* module, const char* format,
+                       std::va_list arguments) {
+  if (file == nullptr || module == nullptr || format == nullptr) {
+    return;
+  }
+  Message message;
+  if (!FormatMessage(message, format, arguments)) {
+    return;
+  }
+  if (auto* const logger = Singleton<Logger>::Instance()) {
+    const std::lock_guard lock(logger->mMutex);
+    if (logger->mFd.IsOpen()) {
+      logger->AppendLine(level, file, 0, module, message.data(), logger->MakeRoom());
+    }
   }
 }
 
@@ -251,32 +265,10 @@ std::int64_t Logger::MakeRoom() {
   return 0;
 }
 
-// By hand, like the time: append() would take two thirds more instructions, all under the lock.
-void Logger::ComposeLine(int level, std::string_view file, int line, std::string_view module,
-                         std::string_view message) {
-  mLine.resize(kFrameSize + file.size() + module.size() + message.size());
-  char* end = mLine.data();
-  const auto add = [&end](std::string_view text) {
-    end = std::copy(text.begin(), text.end(), end);
-  };
-  add("[");
-  add(TimeStamp().Get());
-  add("] [");
-  add(GetLevelName(level));
-  add("] [");
-  add(file);
-  add(":");
-  end = std::to_chars(end, mLine.data() + mLine.size(), line).ptr;
-  add("] ");
-  add(module);
-  add(": ");
-  add(message);
-  add("\n");
-  mLine.resize(static_cast<std::size_t>(end - mLine.data()));
-}
-
 // A line of which only a part found room is taken back, unless somebody appended after it.
-void Logger::AppendLine(std::int64_t size) {
+void Logger::AppendLine(int level, std::string_view file, int line, std::string_view module,
+                        std::string_view message, std::int64_t size) {
+  ComposeLine(mLine, level, file, line, module, message);
   const auto written = static_cast<std::int64_t>(WriteAll(mFd.Get(), mLine));
   const bool isTorn = written > 0 && written < static_cast<std::int64_t>(mLine.size());
   if (isTorn && lseek(mFd.Get(), 0, SEEK_END) == size + written) {
@@ -300,21 +292,21 @@ void LogDebug(const char* /*module*/, const char* /*file*/, const char* /*format
 void LogInfo(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  Logger::LogV(LOG_LEVEL_INFO, module, file, format, arguments);
+  Logger::WriteFree(LOG_LEVEL_INFO, file, module, format, arguments);
   va_end(arguments);
 }
 
 void LogWarning(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  Logger::LogV(LOG_LEVEL_WARNING, module, file, format, arguments);
+  Logger::WriteFree(LOG_LEVEL_WARNING, file, module, format, arguments);
   va_end(arguments);
 }
 
 void LogError(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  Logger::LogV(LOG_LEVEL_ERROR, module, file, format, arguments);
+  Logger::WriteFree(LOG_LEVEL_ERROR, file, module, format, arguments);
   va_end(arguments);
 }
 

@@ -14,7 +14,6 @@
 #include <cstdarg>
 #include <cstdint>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -97,14 +96,11 @@ class [[gnu::visibility("default")]] Logger {
 
   void WriteV(int level, const char* file, int line, const char* module, const char* format,
               std::va_list arguments);
-  static void LogV(int level, const char* module, const char* file, const char* format,
-                   std::va_list arguments);
-  void WriteMessage(int level, std::string_view file, int line, std::string_view module,
-                    std::optional<std::string_view> message);
+  static void WriteFree(int level, const char* file, const char* module, const char* format,
+                        std::va_list arguments);
   std::int64_t MakeRoom();
-  void ComposeLine(int level, std::string_view file, int line, std::string_view module,
-                   std::string_view message);
-  void AppendLine(std::int64_t size);
+  void AppendLine(int level, std::string_view file, int line, std::string_view module,
+                  std::string_view message, std::int64_t size);
   void Rotate(std::int64_t size);
 
   const std::int32_t mMaxFileSize = 0x2000000;

@@ -259,9 +259,8 @@ int IniParser::Load(const std::string& path) {
     BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "file oversize!");
     return -1;
   }
-  // The text of a small file is not put among the many small blocks of the contents: a block of its
-  // size makes the heap tidy all those that an earlier content has given back, which takes longer
-  // than the reading.
+  // A small file's text does not go to the heap: to find a block of that size, the C library merges
+  // all the small ones that an earlier content has given back, which takes longer than the reading.
   std::array<std::byte, 8192> room;
   std::pmr::monotonic_buffer_resource memory(room.data(), room.size());
   const auto text = ReadText(path, static_cast<std::size_t>(status.st_size), &memory);

@@ -56,7 +56,7 @@ bool IsNumberInRange(std::string_view word, int min, int max) {
 
 }  // namespace
 
-// Unrolled and put in one place, so that each comparison is with a constant.
+// Goes through the table in an unrolled loop that is inlined, so that it compares with constants.
 [[gnu::flatten]] VerifyCmds::CmdChecker VerifyCmds::FindChecker(std::string_view option) {
   struct Entry {
     std::string_view option;
@@ -89,8 +89,7 @@ bool IsNumberInRange(std::string_view word, int min, int max) {
   return std::apply(
       [option](const auto&... entries) {
         CmdChecker found = nullptr;
-        static_cast<void>(
-            ((option == entries.option && (found = entries.checker) != nullptr) || ...));
+        static_cast<void>(((option == entries.option && (found = entries.checker, true)) || ...));
         return found;
       },
       kTable);

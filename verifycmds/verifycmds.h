@@ -35,7 +35,7 @@ class VerifyCmds {
         const void* const blank = std::memchr(start, ' ', static_cast<std::size_t>(end - start));
         const char* const wordEnd = blank == nullptr ? end : static_cast<const char*>(blank);
         mWords[mCount++] = {start, wordEnd};
-        start = blank == nullptr ? end : wordEnd + 1;
+        start = wordEnd == end ? end : wordEnd + 1;
       }
     }
 
@@ -46,7 +46,7 @@ class VerifyCmds {
     }
 
    private:
-    // Not a view: an array of these would be emptied first.
+    // An array of views would be zeroed first.
     struct Word {
       const char* begin;
       const char* end;
