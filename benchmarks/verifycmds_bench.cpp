@@ -99,8 +99,7 @@ Option OptionOf(std::string_view word) {
   }
 }
 
-// Leaves out the call, the rules of the options that are not measured, and the hardening:
-// without it --add takes 2 ns less.
+// Leaves out the call, and the rules of the options that are not measured.
 bool LeastIsValidCmd(std::string_view line) {
   const Words words(line);
   if (words.count < 2) {
