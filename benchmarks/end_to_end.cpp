@@ -39,6 +39,7 @@ using std::chrono::milliseconds;
 
 const std::string kFloorPath = "/opt/floor";
 const std::string kFloorCxxPath = "/opt/floor_cxx";
+const std::string kIdlePeerPath = "/usr/libexec/rtkit-daemon";
 const std::string kLinesPath = "/opt/lines";
 constexpr int kLines = 100000;
 
@@ -197,6 +198,10 @@ class EndToEnd {
   // Soon after a start: what a process does later leaves its mark. And after several, since which
   // pages of its libraries the kernel maps beside those that are needed depends on where they lie.
   void MeasureMemory() {
+    const bool hasPeer = fs::exists(kIdlePeerPath);
+    if (!hasPeer) {
+      mReport.AddNote("rtkit-daemon: not measured: not installed");
+    }
     Series all;
     for (int i = 0; i < mExtent.starts; ++i) {
       const Contenders contenders;
@@ -213,24 +218,20 @@ class EndToEnd {
       mReport.AddRatio("idle: PSS", "floor", 1.1, pss / Pss(contenders.floor.Pid()));
       mReport.AddRatio("idle: PSS, floor with the C++ library", "floor", kNoBound,
                        pss / Pss(cxxFloor.Pid()));
-      MeasurePeerMemory(pss, i == 0);
+      if (hasPeer) {
+        MeasurePeerMemory(pss);
+      }
     }
     mReport.AddFigure("idle: PSS of the daemon", Percentile(all, 50), kNoBound, "KiB");
   }
 
-  void MeasurePeerMemory(double pss, bool isFirst) {
-    const char* const path = "/usr/libexec/rtkit-daemon";
+  void MeasurePeerMemory(double pss) {
     try {
-      if (!fs::exists(path)) {
-        throw std::runtime_error("not installed");
-      }
-      const Process peer({"sh", "-c", std::string("exec ") + path + " >/dev/null 2>&1"});
+      const Process peer({"sh", "-c", "exec " + kIdlePeerPath + " >/dev/null 2>&1"});
       WaitForName("org.freedesktop.RealtimeKit1", peer.Pid());
-      mReport.AddRatio("idle: PSS", "rtkit-daemon", kNoBound, pss / Pss(peer.Pid()));
+      mReport.AddRatio("idle: PSS", "rtkit-daemon", 1, pss / Pss(peer.Pid()));
     } catch (const std::exception& error) {
-      if (isFirst) {
-        mReport.AddNote(std::string("rtkit-daemon: not measured: ") + error.what());
-      }
+      mReport.AddNote(std::string("rtkit-daemon: not measured: ") + error.what());
     }
   }
 
