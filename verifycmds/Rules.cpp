@@ -1,0 +1,117 @@
+#include "verifycmds/Rules.h"
+
+#include <algorithm>
+
+#include "utils/Numbers.h"
+#include "utils/Validators.h"
+
+namespace Velmar {
+namespace {
+
+using Word = const std::string&;
+using Utils::HasNumberInRange;
+
+// clang-format off
+constexpr Shape kAny     {"any",          "any word at all",
+                          [](Word) { return true; }};
+constexpr Shape kOrvix0  {"orvix0",       "this word alone",
+                          [](Word word) { return word == "orvix0"; }};
+constexpr Shape kWord    {"word",         "one or more ASCII letters, digits and underscores",
+                          Utils::IsWord};
+constexpr Shape kWord16  {"word-16",      "a word of exactly 16 bytes",
+                          [](Word word) { return word.size() == 16 && Utils::IsWord(word); }};
+constexpr Shape kWord64  {"word-64",      "a word of exactly 64 bytes",
+                          [](Word word) { return word.size() == 64 && Utils::IsWord(word); }};
+constexpr Shape kPid     {"process-number", "1 to 12 decimal digits",
+                          [](Word word) { return word.size() <= 12 && Utils::IsNumber(word); }};
+constexpr Shape kMac     {"hardware-address", "six pairs of hexadecimal digits joined by colons, but "
+                          "not 00:00:00:00:00:00, FF:FF:FF:FF:FF:FF or ff:ff:ff:ff:ff:ff",
+                          Utils::IsMacAddress};
+constexpr Shape kIpv4    {"IPv4-address", "four decimal numbers joined by dots, the first 1 to 255, "
+                          "the others 0 to 255, without leading zeros",
+                          Utils::IsIpv4Address};
+// The 5 GHz channels of Wi-Fi.
+constexpr Shape kChannel {"channel",      "a number from 36 to 177",
+                          [](Word word) { return HasNumberInRange(word, 36, 177); }};
+constexpr Shape kPort    {"port",         "a number from 0 to 65535",
+                          [](Word word) { return HasNumberInRange(word, 0, 65535); }};
+constexpr Shape kIndex   {"index",        "a number from 0 to 99",
+                          [](Word word) { return HasNumberInRange(word, 0, 99); }};
+
+constexpr Rule kRules[] = {
+    // word 1           words  word 2     word 3    word 4    word 5  word 6
+    {"--exit",          2, 2, {},                                               "brimletd"},
+    {"--add",           2, 2, {}},
+    {"-a",              2, 2, {}},
+    {"--delete",        2, 2, {}},
+    {"-d",              2, 2, {}},
+    {"--search",        2, 2, {}},
+    {"-s",              2, 2, {}},
+    {"--nopluginInput", 2, 2, {}},
+    {"--nopluginNull",  2, 2, {}},
+    {"--nohidden",      3, 3, {&kWord}},
+    {"--btup",          3, 3, {&kWord}},
+    {"--delVirt",       3, 3, {&kWord}},
+    {"--unmanaged",     3, 3, {&kMac}},
+    {"--kill",          3, 3, {&kPid}},
+    {"--randomPort",    3, 3, {&kPort}},
+    {"--randomPortDel", 3, 3, {&kPort}},
+    {"--unblock",       3, 3, {&kIndex}},
+    {"--setIP",         4, 4, {&kOrvix0,  &kIpv4}},
+    {"--virt",          4, 4, {&kWord,    &kOrvix0}},
+    {"--disconbt",      4, 4, {&kWord,    &kMac}},
+    {"--hostapd",       6, 7, {&kChannel, &kWord16, &kWord64, &kAny,  &kAny}},
+    {"--reload",        7, 7, {&kChannel, &kWord16, &kWord64, &kAny,  &kPid}},
+};
+// clang-format on
+
+// The words of a line, as Utils::Split() finds them: empty ones count, but for one behind a blank
+// that ends the line. One more than any rule allows is kept, so that every rule refuses a longer
+// line for its number of words, however many it has.
+class Words {
+ public:
+  explicit Words(std::string_view line) {
+    while (!line.empty() && mCount < mWords.size()) {
+      const std::size_t end = std::min(line.find(' '), line.size());
+      mWords[mCount++] = line.substr(0, end);
+      line.remove_prefix(std::min(end + 1, line.size()));
+    }
+  }
+
+  [[nodiscard]] std::size_t Count() const { return mCount; }
+  std::string_view operator[](std::size_t index) const { return mWords[index]; }
+
+ private:
+  std::array<std::string_view, kMaxWords + 1> mWords;
+  std::size_t mCount = 0;
+};
+
+Verdict JudgeBy(const Rule& rule, const Words& words) {
+  if (words.Count() < rule.minWords || words.Count() > rule.maxWords) {
+    return {Fault::kWordCount, &rule};
+  }
+  if (!rule.program.empty() && words[0] != rule.program) {
+    return {Fault::kProgram, &rule};
+  }
+  for (std::size_t i = 2; i < words.Count(); ++i) {
+    if (!rule.arguments[i - 2]->matches(std::string(words[i]))) {
+      return {Fault::kArgument, &rule, i};
+    }
+  }
+  return {Fault::kNone, &rule};
+}
+
+}  // namespace
+
+std::span<const Rule> GetRules() { return kRules; }
+
+Verdict Judge(std::string_view line) {
+  const Words words(line);
+  if (words.Count() < 2) {
+    return {Fault::kNoOption};
+  }
+  const auto* const rule = std::ranges::find(kRules, words[1], &Rule::option);
+  return rule == std::end(kRules) ? Verdict{Fault::kUnknownOption} : JudgeBy(*rule, words);
+}
+
+}  // namespace Velmar

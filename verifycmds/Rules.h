@@ -1,0 +1,56 @@
+// The command policy as data: one row an option word. Internal: not installed.
+//
+// Whoever audits the daemon reads the rows in Rules.cpp: nothing else decides which lines may run.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace Velmar {
+
+// A kind of argument.
+struct Shape {
+  std::string_view name;     // as the grammar writes it: a fixed word as itself
+  std::string_view accepts;  // told to people
+  bool (*matches)(const std::string& word);
+};
+
+// No line has more words, words 0 and 1 included.
+inline constexpr std::size_t kMaxWords = 7;
+
+// The form of the lines with one option word.
+struct Rule {
+  std::string_view option;  // word 1, compared exactly
+  std::size_t minWords;     // words 0 and 1 included
+  std::size_t maxWords;
+  std::array<const Shape*, kMaxWords - 2> arguments;  // of word 2 and on
+  std::string_view program = {};                      // word 0; any where this is empty
+};
+
+// All rules, each with another option word.
+std::span<const Rule> GetRules();
+
+// Why a line is refused; the first reason that there is, in this order.
+enum class Fault {
+  kNone,           // it is allowed
+  kNoOption,       // it has fewer than two words
+  kUnknownOption,  // no rule has its word 1
+  kWordCount,      // it has too few or too many words for its rule
+  kProgram,        // its word 0 is not the one of its rule
+  kArgument,       // a word has not the shape that the rule wants there
+};
+
+struct Verdict {
+  Fault fault = Fault::kNone;
+  const Rule* rule = nullptr;  // null for kNoOption and kUnknownOption
+  std::size_t word = 0;        // kArgument: which one
+};
+
+// Judges a command line. Takes time in proportion to its length and, besides a copy of one word at
+// a time, a fixed amount of memory. Keeps and logs nothing.
+Verdict Judge(std::string_view line);
+
+}  // namespace Velmar
