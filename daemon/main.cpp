@@ -14,13 +14,6 @@
 #include "daemon/BusService.h"
 #include "storage/DirOperator.h"
 
-// The C++ library, which the daemon carries with it, has a handler of its own for exceptions that
-// nobody catches: it spells out their types, and would be a third of the daemon.
-namespace __gnu_cxx {  // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): its name
-// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-void __verbose_terminate_handler() { std::abort(); }
-}  // namespace __gnu_cxx
-
 namespace {
 
 constexpr const char* kLogFileName = "/brimletd.log";
@@ -59,11 +52,17 @@ void CloseOthersOnExec() {
   }
 }
 
-// What the parent process ignores or blocks is its own affair: commands start as from a shell. But
-// who limits the size of files also decides whether the log may end the daemon at that limit.
+// Whether the launcher decides about a signal: a daemon under nohup(1) lives on, and who limits the
+// size of files also says whether the log may end the daemon at that limit.
+bool IsLaunchersChoice(int signal) {
+  return signal == SIGHUP || signal == SIGINT || signal == SIGQUIT || signal == SIGXFSZ;
+}
+
+// Everything else that the parent process ignores or blocks is its own affair: commands start as
+// from a shell.
 void ResetSignals() {
   for (int number = 1; number < NSIG; ++number) {
-    if (number != SIGXFSZ) {
+    if (!IsLaunchersChoice(number)) {
       signal(number, SIG_DFL);
     }
   }
