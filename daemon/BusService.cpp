@@ -3,11 +3,13 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 
 #include "common/LogStatement.h"
 #include "daemon/CallerAuth.h"
 #include "daemon/CommandMethod.h"
+#include "daemon/SenderQuery.h"
 #include "utils/Bus.h"
 
 namespace Velmar {
@@ -15,85 +17,63 @@ namespace {
 
 constexpr const char* kModule = "ORVIX_BRIMLETD";
 constexpr int kStopped = 1;
+constexpr std::chrono::milliseconds kConnectPatience{3000};
 constexpr std::uint64_t kIdleWaitUsec = 2000000;
 constexpr std::uint64_t kNoNameFlags = 0;  // neither queue for the name nor replace its owner
 
 const sd_bus_vtable BrimletdBusVtable[] = {
     SD_BUS_VTABLE_START(0),
-    // Open to every user of the bus: who is admitted is decided by the handler.
-    SD_BUS_METHOD(kMethodName, "s", "s", HandleBrimletdCall, SD_BUS_VTABLE_UNPRIVILEGED),
+    // Open to every user of the bus: the handler decides who is admitted.
+    SD_BUS_METHOD(kMethodName, "s", "s", BrimletPopen, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };
 
-UniqueBus OpenSystemBus() {
-  sd_bus* bus = nullptr;
-  const int r = sd_bus_open_system(&bus);
-  if (r < 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to connect to system bus: %d", r);
+// Whether a step has worked. Logs its failure.
+bool HasWorked(int result, const char* failure) {
+  if (result < 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s%d", failure, result);
   }
-  return UniqueBus(bus);
+  return result >= 0;
 }
 
-UniqueSlot ExportObject(sd_bus* bus) {
-  sd_bus_slot* slot = nullptr;
+int ExportObject(sd_bus* bus, UniqueSlot& slot) {
+  sd_bus_slot* exported = nullptr;
   const int r =
-      sd_bus_add_object_vtable(bus, &slot, kObjectPath, kBusName, BrimletdBusVtable, nullptr);
-  if (r < 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to issue method call: %d", r);
-  }
-  return UniqueSlot(slot);
+      sd_bus_add_object_vtable(bus, &exported, kObjectPath, kBusName, BrimletdBusVtable, nullptr);
+  slot.reset(exported);
+  return r;
 }
 
-bool AcquireName(sd_bus* bus) {
-  const int r = sd_bus_request_name(bus, kBusName, kNoNameFlags);
-  if (r < 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to acquire service name: %d", r);
-  }
-  return r >= 0;
+int AcquireName(sd_bus* bus) {
+  const int r = AwaitConnection(bus, kConnectPatience);
+  return r < 0 ? r : sd_bus_request_name(bus, kBusName, kNoNameFlags);
 }
 
-// Handles all messages that are pending. False when the connection fails.
-bool ProcessPending(sd_bus* bus) {
+int ProcessPending(sd_bus* bus) {
   int r = 0;
   do {
     r = sd_bus_process(bus, nullptr);
-  } while (r > 0);
-  if (r < 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to sd_bus_process: %d", r);
-  }
-  return r >= 0;
-}
-
-bool WaitForActivity(sd_bus* bus) {
-  const int r = sd_bus_wait(bus, kIdleWaitUsec);
-  if (r < 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to sd_bus_wait: %d", r);
-  }
-  return r >= 0;
-}
-
-bool IsParentAlive() {
-  const int r = CheckParent(getppid());
-  if (r < 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to CheckParent, r:%d", r);
-  }
-  return r >= 0;
+  } while (r > 0 && !WasLastQuerySlow());
+  return r;
 }
 
 }  // namespace
 
 int RunBusService() {
-  const UniqueBus bus = OpenSystemBus();
-  if (!bus) {
+  UniqueBus bus;
+  UniqueSlot slot;
+  // The object comes before the name: whoever sees the name finds the method.
+  if (!HasWorked(StartSystemBus(bus), "Failed to connect to system bus: ") ||
+      !HasWorked(ExportObject(bus.get(), slot), "Failed to issue method call: ") ||
+      !HasWorked(AcquireName(bus.get()), "Failed to acquire service name: ")) {
     return kStopped;
   }
-  // Exported before the name is requested: whoever sees the name finds the method.
-  const UniqueSlot slot = ExportObject(bus.get());
-  if (!slot || !AcquireName(bus.get())) {
-    return kStopped;
+  PrepareSenderQuery();
+  while (HasWorked(ProcessPending(bus.get()), "Failed to sd_bus_process: ") &&
+         HasWorked(sd_bus_wait(bus.get(), kIdleWaitUsec), "Failed to sd_bus_wait: ") &&
+         HasWorked(CheckParent(getppid()), "Failed to CheckParent, r:")) {
   }
-  while (ProcessPending(bus.get()) && WaitForActivity(bus.get()) && IsParentAlive()) {
-  }
+  sd_bus_flush(bus.get());
   return kStopped;
 }
 

@@ -1,10 +1,9 @@
 // Who may call the daemon, and who may be its parent: decided by the executable that the kernel
 // reports for a process, an absolute path that has to be equal to an admitted one in full.
 //
-// Nothing is known from one call to the next: every decision reads the executable anew. What is
-// kept is a connection of its own to the bus, opened by the first question and anew when it fails.
-// A path that is refused is logged with its control bytes (below 0x20, and 0x7f) written as \n, \r,
-// \t and \x1b. For use by the daemon's one thread.
+// Nothing is kept from one call to the next: every decision reads the executable anew. A refused
+// path is logged with its control characters escaped (utils/Escape.h): its owner chose it. For use
+// by the daemon's one thread.
 #pragma once
 
 #include <cstddef>
@@ -23,9 +22,8 @@ inline constexpr const char* kBrimletMainPath =
 // The longest executable path that is read; a longer one is cut off there and so never admitted.
 inline constexpr std::size_t kMaxSenderPathLength = 4095;
 
-// Returns the process id of the message's sender, asking the bus for it. When the bus does not tell
-// it (the sender may be gone) or cannot be reached, logs an ERROR and returns the bus library's
-// negative error. Reads nothing from the connection that the message came by.
+// Returns the process id of the message's sender, which the bus tells (SenderQuery.h). When it does
+// not (the sender may be gone), logs an ERROR and returns a negative error.
 int GetSenderPid(sd_bus_message* message);
 
 // Puts the path of the executable that process `pid` runs into `path`, a buffer of at least

@@ -1,9 +1,8 @@
 #include "daemon/CommandMethod.h"
 
-#include <array>
 #include <cstdlib>
 #include <cstring>
-#include <span>
+#include <string>
 
 #include "common/LogStatement.h"
 #include "common/Singleton.h"
@@ -15,9 +14,9 @@ namespace Velmar {
 namespace {
 
 constexpr const char* kModule = "ORVIX_BRIMLETD";
-constexpr std::size_t kPieceSize = 1023;
+constexpr std::size_t kLineBufferSize = 1024;
 
-// A result as BrimletPopen() returns it, and whether the caller got a reply.
+// What came of a call, negative for a failure, and whether the caller got a reply all the same.
 struct Outcome {
   int result;
   bool isReplied;
@@ -32,53 +31,44 @@ Outcome Refuse(sd_bus_message* message, const char* text, int result) {
   return {result, Reply(message, text) >= 0};
 }
 
-using OutputBuffer = std::array<char, MAX_BUF_SIZE>;
-
-// Reads all output of a command and puts a terminator in place of its last byte. False when it is
-// too long, or begins with a zero byte.
-bool ReadOutput(Utils::CommandPipe& pipe, OutputBuffer& output) {
-  Utils::ZeroByteFilter filter(kPieceSize);
-  std::size_t length = 0;
-  const auto read = [&] { return pipe.Read(std::span(output).subspan(length)); };
-  for (auto block = read(); !block.empty(); block = read()) {
-    const bool isHiddenWhole = length == 0 && block[0] == '\0';
-    length += filter.Apply(block);
-    if (isHiddenWhole || length >= output.size()) {
+// Reads all that a command prints. False when that is too long, or begins with a zero byte.
+bool ReadOutput(std::FILE* pipe, std::string& output) {
+  char buffer[kLineBufferSize];
+  while (const char* const piece = std::fgets(buffer, sizeof buffer, pipe)) {
+    output.append(piece);
+    if (output.empty() || output.size() >= MAX_BUF_SIZE) {
       BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "lenBuf >= MAX_BUF_SIZE or < 1!");
       return false;
     }
   }
-  output[length > 0 ? length - 1 : 0] = '\0';
   return true;
 }
 
-Outcome Execute(sd_bus_message* message, const char* command) {
+Outcome ExecutePopen(sd_bus_message* message, const char* command) {
   if (!SingletonNew<VerifyCmds>::GetInstance().IsValidCmd(command)) {
     BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "command is not in check_whitelist, command =  %s",
                 command);
     return Refuse(message, kExecuteFailedReply, -1);
   }
-  if (std::strlen(command) >= kMaxCommandSize) {
+  Utils::UniquePipe pipe = Utils::OpenCommand(command);
+  if (!pipe) {
     return Refuse(message, kExecuteFailedReply, -1);
   }
-  Utils::CommandPipe pipe(command);
-  if (!pipe.IsOpen()) {
-    return Refuse(message, kExecuteFailedReply, -1);
-  }
-  // Not on the stack, where the first call would make all of its pages resident, for good: the
-  // compiler's protection from stack clashes touches every one.
-  static OutputBuffer output;
-  const bool isWhole = ReadOutput(pipe, output);
-  // Waits for the command: it has ended before the caller hears of it.
-  pipe.Close();
+  std::string output;
+  const bool isWhole = ReadOutput(pipe.get(), output);
+  pipe.reset();  // waits for the command: it has ended before the caller hears of it
   if (!isWhole) {
     return Refuse(message, kExecuteFailedReply, -1);
   }
-  const int r = Reply(message, output.data());
-  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "retBuf: %s", output.data());
+  if (!output.empty()) {
+    output.pop_back();
+  }
+  const int r = Reply(message, output.c_str());
+  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "retBuf: %s", output.c_str());
   return {r, r >= 0};
 }
 
+// Authorises, reads, judges, runs, replies.
 Outcome PopenProcess(sd_bus_message* message) {
   const int auth = CheckAuth(message);
   if (auth < 0) {
@@ -89,9 +79,8 @@ Outcome PopenProcess(sd_bus_message* message) {
   const int r = sd_bus_message_read(message, "s", &command);
   if (r < 0) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to parse parameters: %d", r);
-    return {r, false};
   }
-  if (command == nullptr) {
+  if (r < 0 || command == nullptr) {
     return {r, false};
   }
   if (std::strcmp(command, kBrimletdExitCommand) == 0) {
@@ -99,38 +88,23 @@ Outcome PopenProcess(sd_bus_message* message) {
     std::exit(EXIT_SUCCESS);
   }
   BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "command = %s ", command);
-  const Outcome outcome = Execute(message, command);
-  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "command = %s 函数返回值 = %d", command, outcome.result);
-  return outcome;
+  return ExecutePopen(message, command);
 }
 
-Outcome HandleCall(sd_bus_message* message) {
+}  // namespace
+
+int BrimletPopen(sd_bus_message* message, void* /*userdata*/, sd_bus_error* /*error*/) {
   BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "BrimletPopen in");
   if (message == nullptr) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "BrimletPopen error! ");
-    return {-1, false};
+    return -1;
   }
   const Outcome outcome = PopenProcess(message);
   if (outcome.result < 0) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "PopenProcess fail r:%d ", outcome.result);
   }
   BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "BrimletPopen out");
-  return outcome;
-}
-
-}  // namespace
-
-int BrimletPopen(sd_bus_message* message, void* /*userdata*/, sd_bus_error* /*error*/) {
-  return HandleCall(message).result;
-}
-
-int HandleBrimletdCall(sd_bus_message* message, void* /*userdata*/, sd_bus_error* /*error*/) {
-  const Outcome outcome = HandleCall(message);
   return outcome.isReplied ? 1 : outcome.result;
-}
-
-int ExecutePopen(sd_bus_message* message, const char* command) {
-  return Execute(message, command).result;
 }
 
 }  // namespace Velmar

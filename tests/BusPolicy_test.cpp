@@ -6,7 +6,7 @@
 #include <iostream>
 #include <utility>
 
-#include "daemon/BusService.h"
+#include "utils/Bus.h"
 #include "tests/PrivateBus.h"
 
 namespace BrimletTest {

@@ -1,5 +1,5 @@
 // The life of the daemon: start, service, and every way in which it ends.
-#include "daemon/BusService.h"
+#include "utils/Bus.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -129,7 +129,7 @@ TEST_F(BusServiceTest, GivesCommandsThreeDescriptorsWhateverItWasStartedWith) {
 TEST_F(BusServiceTest, PassesNoSignalSettingsOnFromItsParent) {
   Daemon daemon(Script(
       "launch",
-      "exec env --ignore-signal=HUP,CHLD,PIPE,USR1 --block-signal=TERM,CHLD,USR2 " + kDaemonPath));
+      "exec env --ignore-signal=CHLD,PIPE,USR1 --block-signal=TERM,CHLD,USR2 " + kDaemonPath));
   for (const char* const kind : {"SigBlk", "SigIgn"}) {
     const std::string show = std::string("grep${IFS}") + kind + "${IFS}/proc/self/status;: --add";
     const std::string mask = Caller().Call(show).substr(sizeof "SigBlk:");

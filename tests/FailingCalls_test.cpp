@@ -108,7 +108,9 @@ TEST_F(FailingCallsTest, AnswersLogsAndServesOn) {
        "auth failed",
        {Auth("GetSenderPath readlink failed , path =/proc/ID/exe"), Method("CheckAuth failed: -1"),
         Method(failure)}},
-      {"-e inject=sendmsg:error=ENOBUFS:when=1",
+      // A question that fails is asked again.
+      {"-e inject=sendmsg:error=ENOBUFS:when=1", "echo --add", "--add", {}},
+      {"-e inject=sendmsg:error=ENOBUFS:when=1..2 -e inject=connect:error=EAGAIN",
        "echo --add",
        "auth failed",
        {Auth("sd_bus_query_sender_creds failed: -105, creds = (nil)"),

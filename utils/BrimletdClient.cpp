@@ -3,6 +3,7 @@
 #include <systemd/sd-bus.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 #include "common/LogStatement.h"
@@ -16,11 +17,10 @@ namespace Utils {
 namespace {
 
 constexpr const char* kModule = "UTILS";
-// Both the well-known bus name and the name of the interface.
-constexpr const char* kBusName = "com.tolvane.brimlet";
-constexpr const char* kObjectPath = "/com/tolvane/brimlet";
-constexpr const char* kMethodName = "brimletd";
-constexpr std::uint64_t kCallTimeoutUsec = 5000000;
+// Of a call of at most ten seconds.
+constexpr std::chrono::milliseconds kConnectPatience{2500};
+constexpr std::chrono::milliseconds kReplyPatience{5000};
+constexpr std::chrono::milliseconds kSenderPatience{2500};
 constexpr const char* kTimeoutText = "Connection timed out";
 constexpr const char* kChineseTimeoutText = "连接超时";
 
@@ -45,6 +45,19 @@ bool IsTimeoutText(const std::string& text) {
   return text == kTimeoutText || text == kChineseTimeoutText || text == std::strerror(ETIMEDOUT);
 }
 
+// Returns a negative error, which `error` tells too, where there is no reply or the reply is an
+// error.
+int ReceiveReply(sd_bus* bus, sd_bus_message* call, UniqueMessage& reply, sd_bus_error* error) {
+  int r = AwaitConnection(bus, kConnectPatience);
+  if (r >= 0) {
+    r = Exchange(bus, call, kReplyPatience, reply);
+  }
+  if (r < 0) {
+    return sd_bus_error_set_errno(error, r);
+  }
+  return sd_bus_error_copy(error, sd_bus_message_get_error(reply.get()));
+}
+
 int ReadReply(sd_bus_message* reply, const std::string& command, std::string& result) {
   const char* text = nullptr;
   const int r = sd_bus_message_read(reply, "s", &text);
@@ -65,13 +78,13 @@ int ReadReply(sd_bus_message* reply, const std::string& command, std::string& re
 void SetBrimletdPid(int pid) { g_brimletdPid = pid; }
 
 int CreateBrimletdCall(sd_bus** bus, sd_bus_message** call, const std::string& command) {
-  int r = sd_bus_open_system(bus);
+  UniqueBus started;
+  int r = StartSystemBus(started);
   if (r < 0) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to connect to system bus: %s", std::strerror(-r));
     return r;
   }
-  // For the question about the sender, too.
-  sd_bus_set_method_call_timeout(*bus, kCallTimeoutUsec);
+  *bus = started.release();
   r = sd_bus_message_new_method_call(*bus, call, kBusName, kObjectPath, kBusName, kMethodName);
   if (r < 0) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to sd_bus_message_new_method_call r:%d", r);
@@ -88,10 +101,14 @@ int GetReplySenderPid(sd_bus_message* reply) {
   if (reply == nullptr) {
     return -1;
   }
-  sd_bus* const bus = sd_bus_message_get_bus(reply);
-  return QuerySenderPid(bus, reply, [](const char* step, int error, const void* creds) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", step, -error, creds);
-  });
+  const int r =
+      QueryPid(sd_bus_message_get_bus(reply), sd_bus_message_get_sender(reply), kSenderPatience);
+  if (r < 0) {
+    const void* const noCreds = nullptr;
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", GetFailedStep(r), -r,
+                noCreds);
+  }
+  return r;
 }
 
 int CallBrimletd(const std::string& command, std::string& result, std::string& errorMessage) {
@@ -107,13 +124,11 @@ int CallBrimletd(const std::string& command, std::string& result, std::string& e
     return r;
   }
   BusError error;
-  sd_bus_message* received = nullptr;
-  r = sd_bus_call(bus.get(), call.get(), kCallTimeoutUsec, error.Get(), &received);
-  const UniqueMessage reply(received);
+  UniqueMessage reply;
+  r = ReceiveReply(bus.get(), call.get(), reply, error.Get());
   if (r < 0) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to call method, reason: %s", error.Message());
     errorMessage = error.Message();
-    sd_bus_close(bus.get());  // without a flush, for which a bus that reads nothing has no end
     return r;
   }
   const int sender = GetReplySenderPid(reply.get());

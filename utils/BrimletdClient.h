@@ -9,9 +9,9 @@
 //     // The daemon refused this program or this line.
 //   }
 //
-// Every call opens and closes a connection of its own to the system bus. It waits at most 5 seconds
-// for the reply, and as long again for the bus to tell who sent it, plus the time to connect.
-// Failures are logged as ERROR with the module "UTILS".
+// Every call opens and closes a connection of its own to the system bus. It takes at most 10
+// seconds: 2.5 to connect, 5 for the reply, 2.5 for the bus to tell who sent it. Failures are
+// logged as ERROR with the module "UTILS".
 #pragma once
 
 #include <cstdint>
@@ -47,9 +47,10 @@ void SetBrimletdPid(int pid);
 //
 // Returns a negative error number otherwise, and `result` is empty. `errorMessage` is the bus's
 // text: the daemon is not there, has ended instead of replying (always so for the stop line), or
-// answered with an error. After 5 seconds it is "Connection timed out" in every language setting,
+// answered with an error. When time is up it is "Connection timed out" in every language setting,
 // and a WARNING is logged; the daemon goes on with the command. `errorMessage` is empty when the
-// bus cannot be reached, the line is not valid UTF-8, or the reply holds no string.
+// bus cannot be reached, the line is not valid UTF-8 (which no wait precedes), or the reply holds
+// no string.
 int ExecuteByBrimletd(const std::string& command, std::string& result, std::string& errorMessage);
 
 // The same without the fixed text and the WARNING for a time-out: `errorMessage` is what the bus
@@ -57,14 +58,15 @@ int ExecuteByBrimletd(const std::string& command, std::string& result, std::stri
 int CallBrimletd(const std::string& command, std::string& result, std::string& errorMessage);
 
 // Opens a connection to the system bus and makes the call to the daemon's method, without sending
-// it. Neither `bus` nor `call` may be null; both `*bus` and `*call` have to be null before, and the
-// caller releases them with sd_bus_flush_close_unref() and sd_bus_message_unref(), also after a
-// failure. Returns a non-negative value, or the bus library's
+// it or waiting for the connection. Neither `bus` nor `call` may be null; both `*bus` and `*call`
+// have to be null before, and the caller releases them with sd_bus_flush_close_unref() and
+// sd_bus_message_unref(), also after a failure. Returns a non-negative value, or the bus library's
 // negative error, which is logged.
 int CreateBrimletdCall(sd_bus** bus, sd_bus_message** call, const std::string& command);
 
 // Returns the process id of the reply's sender. Returns -1 when `reply` is null, and the bus
-// library's negative error, which is logged, when the bus does not tell (the sender may be gone).
+// library's negative error, which is logged, when the bus does not tell within 2.5 seconds (the
+// sender may be gone). Drops whatever else arrives on the reply's connection meanwhile.
 int GetReplySenderPid(sd_bus_message* reply);
 
 }  // namespace Utils

@@ -1,45 +1,53 @@
-// Handles of the bus library, and the one question that both ends of a call ask about the other.
-// Internal: not installed.
+// The system bus as both ends of a call use it. Internal: not installed.
+//
+// Everybody on the bus may send to these connections, whatever they like. So none of them takes
+// descriptors, every wait has an end, and messages that nobody asked for are dropped one by one.
+// Results are those of the bus library: negative error numbers for failures.
 #pragma once
 
 #include <sys/types.h>
 #include <systemd/sd-bus.h>
 
+#include <chrono>
 #include <memory>
 
 namespace Velmar {
 
+// Both the well-known bus name and the name of the interface.
+inline constexpr const char* kBusName = "com.tolvane.brimlet";
+inline constexpr const char* kObjectPath = "/com/tolvane/brimlet";
+// Input "s", a command line; output "s", its output or an error text.
+inline constexpr const char* kMethodName = "brimletd";
+
 struct BusReleaser {
-  void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+  // Without a flush, which waits for ever for a bus that reads nothing.
+  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
   void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
-  void operator()(sd_bus_creds* creds) const { sd_bus_creds_unref(creds); }
 };
 
 using UniqueBus = std::unique_ptr<sd_bus, BusReleaser>;
 using UniqueSlot = std::unique_ptr<sd_bus_slot, BusReleaser>;
 using UniqueMessage = std::unique_ptr<sd_bus_message, BusReleaser>;
-using UniqueCreds = std::unique_ptr<sd_bus_creds, BusReleaser>;
 
-// Asks the bus for the process id of a message's sender, over `bus`. On failure tells onFailure(the
-// step, the negative error, the credentials as far as they came) and returns the error.
-template <typename OnFailure>
-int QuerySenderPid(sd_bus* bus, sd_bus_message* message, OnFailure onFailure) {
-  sd_bus_creds* queried = nullptr;
-  int r =
-      sd_bus_get_name_creds(bus, sd_bus_message_get_sender(message), SD_BUS_CREDS_PID, &queried);
-  const UniqueCreds creds(queried);
-  if (r < 0) {
-    onFailure("sd_bus_query_sender_creds", r, static_cast<const void*>(creds.get()));
-    return r;
-  }
-  pid_t pid = -1;
-  r = sd_bus_creds_get_pid(creds.get(), &pid);
-  if (r < 0) {
-    onFailure("sd_bus_creds_get_pid", r, static_cast<const void*>(creds.get()));
-    return r;
-  }
-  return pid;
-}
+// Begins to connect to the system bus, as sd_bus_open_system() does, and does not wait for it.
+// `bus` is replaced only on success.
+int StartSystemBus(UniqueBus& bus);
+
+// Waits until the connection is there. -ETIMEDOUT: it is not there after `patience`.
+int AwaitConnection(sd_bus* bus, std::chrono::milliseconds patience);
+
+// Sends a call and waits for its reply, which may be an error. -ETIMEDOUT: there is none after
+// `patience`. Drops every other message that arrives meanwhile.
+int Exchange(sd_bus* bus, sd_bus_message* call, std::chrono::milliseconds patience,
+             UniqueMessage& reply);
+
+// Asks the bus for the process id of the connection `name`, by Exchange(). Returns it, which is
+// positive. -ENXIO: the bus knows no such connection. -ENODATA: it has no process id here. Every
+// other error says that the bus has not answered.
+int QueryPid(sd_bus* bus, const char* name, std::chrono::milliseconds patience);
+
+// The name that the log gives to the step in which QueryPid() failed with `error`.
+const char* GetFailedStep(int error);
 
 }  // namespace Velmar

@@ -1,6 +1,5 @@
 #include "utils/CommandOutput.h"
 
-#include <array>
 #include <cstddef>
 
 #include "utils/CommandPipe.h"
@@ -8,8 +7,7 @@
 namespace Velmar::Utils {
 namespace {
 
-constexpr std::size_t kPieceSize = 1024;
-constexpr std::size_t kBlockSize = 4096;
+constexpr std::size_t kBufferSize = 1025;
 
 // Bits 8 to 15 of a wait status, also of a command that a signal ended.
 int GetExitCode(int status) { return (status >> 8) & 0xff; }
@@ -29,17 +27,16 @@ std::string GetCmdOutput(const std::string& cmd) {
   if (cmd.empty() || cmd.find("./") != std::string::npos) {
     return "";
   }
-  CommandPipe pipe(cmd.c_str());
-  if (!pipe.IsOpen()) {
+  UniquePipe pipe = OpenCommand(cmd.c_str());
+  if (!pipe) {
     return "";
   }
   std::string text;
-  ZeroByteFilter filter(kPieceSize);
-  std::array<char, kBlockSize> buffer;
-  for (auto block = pipe.Read(buffer); !block.empty(); block = pipe.Read(buffer)) {
-    text.append(block.data(), filter.Apply(block));
+  char buffer[kBufferSize];
+  while (const char* const piece = std::fgets(buffer, sizeof buffer, pipe.get())) {
+    text.append(piece);
   }
-  const int status = pipe.Close();
+  const int status = pclose(pipe.release());
   if (status == -1 || GetExitCode(status) != 0) {
     return "";
   }

@@ -1,0 +1,129 @@
+#include "utils/Bus.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace Velmar {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kUsualAddress = "unix:path=/run/dbus/system_bus_socket";
+constexpr const char* kTheBus = "org.freedesktop.DBus";
+constexpr const char* kTheBusPath = "/org/freedesktop/DBus";
+// How long the library waits for replies on its own, as for that to the request of a name.
+constexpr std::uint64_t kReplyTimeoutUsec = 5000000;
+
+// Handles one message, or waits for something to happen. However much arrives, the time counts.
+int Advance(sd_bus* bus, Clock::time_point deadline) {
+  const auto left = std::chrono::ceil<std::chrono::microseconds>(deadline - Clock::now());
+  if (left.count() <= 0) {
+    return -ETIMEDOUT;
+  }
+  const int r = sd_bus_process(bus, nullptr);
+  return r == 0 ? sd_bus_wait(bus, static_cast<std::uint64_t>(left.count())) : r;
+}
+
+int KeepReply(sd_bus_message* reply, void* kept, sd_bus_error* /*error*/) {
+  static_cast<UniqueMessage*>(kept)->reset(sd_bus_message_ref(reply));
+  return 1;
+}
+
+// To the library the message is handled then: it neither keeps nor answers it.
+int DropMessage(sd_bus_message* /*message*/, void* /*userdata*/, sd_bus_error* /*error*/) {
+  return 1;
+}
+
+// Somebody else may guess the number of a question and answer it.
+bool IsFromTheBus(sd_bus_message* message) {
+  const char* const sender = sd_bus_message_get_sender(message);
+  return sender != nullptr && std::strcmp(sender, kTheBus) == 0;
+}
+
+int ReadPid(sd_bus_message* reply) {
+  if (!IsFromTheBus(reply)) {
+    return -EBADMSG;
+  }
+  if (sd_bus_message_is_method_error(reply, nullptr) > 0) {
+    return -sd_bus_message_get_errno(reply);
+  }
+  std::uint32_t number = 0;
+  const int r = sd_bus_message_read(reply, "u", &number);
+  if (r < 0) {
+    return r;
+  }
+  const auto pid = static_cast<pid_t>(number);
+  return pid > 0 ? pid : -ENODATA;
+}
+
+}  // namespace
+
+int StartSystemBus(UniqueBus& bus) {
+  sd_bus* made = nullptr;
+  int r = sd_bus_new(&made);
+  UniqueBus started(made);
+  const char* const address = secure_getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  // A descriptor of a stranger's may wait in close(), or be one too many.
+  if (r < 0 || (r = sd_bus_negotiate_fds(made, 0)) < 0 ||
+      (r = sd_bus_set_address(made, address != nullptr ? address : kUsualAddress)) < 0 ||
+      (r = sd_bus_set_bus_client(made, 1)) < 0 ||
+      (r = sd_bus_set_method_call_timeout(made, kReplyTimeoutUsec)) < 0 ||
+      (r = sd_bus_start(made)) < 0) {
+    return r;
+  }
+  bus = std::move(started);
+  return 0;
+}
+
+int AwaitConnection(sd_bus* bus, std::chrono::milliseconds patience) {
+  const Clock::time_point deadline = Clock::now() + patience;
+  int r = 0;
+  while (r >= 0 && sd_bus_is_ready(bus) == 0) {
+    r = Advance(bus, deadline);
+  }
+  return std::min(r, 0);
+}
+
+int Exchange(sd_bus* bus, sd_bus_message* call, std::chrono::milliseconds patience,
+             UniqueMessage& reply) {
+  const Clock::time_point deadline = Clock::now() + patience;
+  sd_bus_slot* filtered = nullptr;
+  int r = sd_bus_add_filter(bus, &filtered, DropMessage, nullptr);
+  const UniqueSlot filter(filtered);
+  sd_bus_slot* sent = nullptr;
+  if (r >= 0) {
+    r = sd_bus_call_async(bus, &sent, call, KeepReply, &reply, UINT64_MAX);
+  }
+  const UniqueSlot slot(sent);
+  while (r >= 0 && !reply) {
+    r = Advance(bus, deadline);
+  }
+  if (r < 0) {
+    return r;
+  }
+  // The library itself answers what is open when the connection is lost.
+  return sd_bus_is_open(bus) > 0 ? 0 : -ECONNRESET;
+}
+
+int QueryPid(sd_bus* bus, const char* name, std::chrono::milliseconds patience) {
+  sd_bus_message* made = nullptr;
+  int r = sd_bus_message_new_method_call(bus, &made, kTheBus, kTheBusPath, kTheBus,
+                                         "GetConnectionUnixProcessID");
+  const UniqueMessage question(made);
+  UniqueMessage answer;
+  if (r < 0 || (r = sd_bus_message_append(question.get(), "s", name)) < 0 ||
+      (r = Exchange(bus, question.get(), patience, answer)) < 0) {
+    return r;
+  }
+  return ReadPid(answer.get());
+}
+
+const char* GetFailedStep(int error) {
+  return error == -ENODATA ? "sd_bus_creds_get_pid" : "sd_bus_query_sender_creds";
+}
+
+}  // namespace Velmar
