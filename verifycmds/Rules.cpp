@@ -11,33 +11,32 @@ namespace {
 using Word = const std::string&;
 using Utils::HasNumberInRange;
 
-// clang-format off
-constexpr Shape kAny     {"any",          "any word at all",
-                          [](Word) { return true; }};
-constexpr Shape kOrvix0  {"orvix0",       "this word alone",
-                          [](Word word) { return word == "orvix0"; }};
-constexpr Shape kWord    {"word",         "one or more ASCII letters, digits and underscores",
-                          Utils::IsWord};
-constexpr Shape kWord16  {"word-16",      "a word of exactly 16 bytes",
-                          [](Word word) { return word.size() == 16 && Utils::IsWord(word); }};
-constexpr Shape kWord64  {"word-64",      "a word of exactly 64 bytes",
-                          [](Word word) { return word.size() == 64 && Utils::IsWord(word); }};
-constexpr Shape kPid     {"process-number", "1 to 12 decimal digits",
-                          [](Word word) { return word.size() <= 12 && Utils::IsNumber(word); }};
-constexpr Shape kMac     {"hardware-address", "six pairs of hexadecimal digits joined by colons, but "
-                          "not 00:00:00:00:00:00, FF:FF:FF:FF:FF:FF or ff:ff:ff:ff:ff:ff",
-                          Utils::IsMacAddress};
-constexpr Shape kIpv4    {"IPv4-address", "four decimal numbers joined by dots, the first 1 to 255, "
-                          "the others 0 to 255, without leading zeros",
-                          Utils::IsIpv4Address};
+constexpr Shape kAny{"any", "any word at all", [](Word) { return true; }};
+constexpr Shape kOrvix0{"orvix0", "this word alone", [](Word word) { return word == "orvix0"; }};
+constexpr Shape kWord{"word", "one or more ASCII letters, digits and underscores", Utils::IsWord};
+constexpr Shape kWord16{"word-16", "a word of exactly 16 bytes",
+                        [](Word word) { return word.size() == 16 && Utils::IsWord(word); }};
+constexpr Shape kWord64{"word-64", "a word of exactly 64 bytes",
+                        [](Word word) { return word.size() == 64 && Utils::IsWord(word); }};
+constexpr Shape kPid{"process-number", "1 to 12 decimal digits",
+                     [](Word word) { return word.size() <= 12 && Utils::IsNumber(word); }};
+constexpr Shape kMac{"hardware-address",
+                     "six pairs of hexadecimal digits joined by colons, but not "
+                     "00:00:00:00:00:00, FF:FF:FF:FF:FF:FF or ff:ff:ff:ff:ff:ff",
+                     Utils::IsMacAddress};
+constexpr Shape kIpv4{"IPv4-address",
+                      "four decimal numbers joined by dots, the first 1 to 255, the others 0 to "
+                      "255, without leading zeros",
+                      Utils::IsIpv4Address};
 // The 5 GHz channels of Wi-Fi.
-constexpr Shape kChannel {"channel",      "a number from 36 to 177",
-                          [](Word word) { return HasNumberInRange(word, 36, 177); }};
-constexpr Shape kPort    {"port",         "a number from 0 to 65535",
-                          [](Word word) { return HasNumberInRange(word, 0, 65535); }};
-constexpr Shape kIndex   {"index",        "a number from 0 to 99",
-                          [](Word word) { return HasNumberInRange(word, 0, 99); }};
+constexpr Shape kChannel{"channel", "a number from 36 to 177",
+                         [](Word word) { return HasNumberInRange(word, 36, 177); }};
+constexpr Shape kPort{"port", "a number from 0 to 65535",
+                      [](Word word) { return HasNumberInRange(word, 0, 65535); }};
+constexpr Shape kIndex{"index", "a number from 0 to 99",
+                       [](Word word) { return HasNumberInRange(word, 0, 99); }};
 
+// clang-format off
 constexpr Rule kRules[] = {
     // word 1           words  word 2     word 3    word 4    word 5  word 6
     {"--exit",          2, 2, {},                                               "brimletd"},
@@ -64,6 +63,13 @@ constexpr Rule kRules[] = {
     {"--reload",        7, 7, {&kChannel, &kWord16, &kWord64, &kAny,  &kPid}},
 };
 // clang-format on
+
+constexpr bool HasAllShapes(const Rule& rule) {
+  const auto last = rule.arguments.begin() + (rule.maxWords - 2);
+  return rule.minWords <= rule.maxWords && rule.maxWords <= kMaxWords &&
+         std::find(rule.arguments.begin(), last, nullptr) == last;
+}
+static_assert(std::ranges::all_of(kRules, HasAllShapes));
 
 // The words of a line, as Utils::Split() finds them: empty ones count, but for one behind a blank
 // that ends the line. One more than any rule allows is kept, so that every rule refuses a longer
