@@ -65,7 +65,7 @@ constexpr Rule kRules[] = {
 // clang-format on
 
 constexpr bool HasAllShapes(const Rule& rule) {
-  const auto last = rule.arguments.begin() + (rule.maxWords - 2);
+  const auto* const last = rule.arguments.begin() + (rule.maxWords - 2);
   return rule.minWords <= rule.maxWords && rule.maxWords <= kMaxWords &&
          std::find(rule.arguments.begin(), last, nullptr) == last;
 }
