@@ -22,22 +22,20 @@
 
 namespace Velmar {
 
-// How serious a line is. Levels pass through the interfaces as plain integers; another value above
-// LOG_LEVEL_DEBUG is written with one blank in place of the name.
-enum LogLevel : int {
-  LOG_LEVEL_DEBUG = 1,  // never written
-  LOG_LEVEL_INFO = 2,
-  LOG_LEVEL_WARNING = 3,
-  LOG_LEVEL_ERROR = 4,
-  LOG_LEVEL_CRITICAL = 5,
-};
+// How serious a line is. The logger writes one blank as the name of any other level above DEBUG.
+using LogLevel = std::int32_t;
+inline constexpr LogLevel LOG_LEVEL_DEBUG = 1;  // never written
+inline constexpr LogLevel LOG_LEVEL_INFO = 2;
+inline constexpr LogLevel LOG_LEVEL_WARNING = 3;
+inline constexpr LogLevel LOG_LEVEL_ERROR = 4;
+inline constexpr LogLevel LOG_LEVEL_CRITICAL = 5;
 
 // The object of a process is Singleton<Logger>::Instance(). Write() may be called from several
 // threads; Init() only while a single thread uses the logger.
 //
 // The file may lie in a folder that belongs to somebody else. Nothing that stands at its path, or
 // that is put there later, makes the logger touch another file, wait, or copy foreign data.
-class [[gnu::visibility("default")]] Logger {
+class BRIMLET_EXPORT Logger {
  public:
   Logger();
   Logger(const Logger&) = delete;

@@ -38,7 +38,7 @@ std::uint32_t GetRandomUint32();
 
 // Reseeds the generator with 64 bytes of ReadDevRandom(). Returns 0, or GET_RANDOM_SEEDS_FAILED
 // (19) when these cannot be had.
-[[nodiscard]] std::int32_t SeedRandom();
+std::int32_t SeedRandom();
 
 // Reseeds and writes `length` (at least 1) random bytes to `buffer`. Returns 0. Returns -1 for a
 // null buffer, a length below 1 and a failed reseed, and the buffer is untouched; and for a failed
@@ -61,7 +61,7 @@ void GetRandomPasswd(char* buffer, std::int32_t length);
 
 // Reseeds and returns `length` (6 to 256) random lower-case and upper-case letters. Returns the
 // empty string for a length out of bounds, a failed reseed and a failed draw.
-[[nodiscard]] std::string GetRandomLetters(std::int32_t length);
+std::string GetRandomLetters(std::int32_t length);
 
 // Fills the process's random pool, 256 bytes that are zero until then, with new random bytes. A
 // failure is only logged: a failed reseed leaves the pool as it was, a failed draw leaves it in an
@@ -70,7 +70,7 @@ void CreateRandomPool();
 
 // The process's random pool, of which the caller may read the first `length` (1 to 256) bytes; it
 // lives as long as the process. Returns null for another length.
-[[nodiscard]] const unsigned char* GetRandomPool(std::int32_t length);
+const unsigned char* GetRandomPool(std::int32_t length);
 
 // Overwrites `length` bytes of `memory` with zeros, then with bytes of value 1, then with the first
 // bytes of the random pool (zeros, as long as there is no pool). Beyond 256 bytes the third pass is

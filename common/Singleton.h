@@ -1,11 +1,12 @@
 // The two ways in which this system keeps one object of a class per process.
-//
-// Both are visible, as are the classes that they are used with: a program that hides its names by
-// default shares the objects with the shared library all the same.
 #pragma once
 
 #include <cstdlib>
 #include <new>
+
+// Makes the names of a class visible outside the shared library, so that a program which hides its
+// names by default shares a class's single object with the library.
+#define BRIMLET_EXPORT [[gnu::visibility("default")]]
 
 namespace Velmar {
 
@@ -14,7 +15,7 @@ namespace Velmar {
 // Not thread-safe: the first Instance() and every Destroy() belong into the time in which the
 // process has one thread (start-up and exit). Later calls of Instance() only read.
 template <typename T>
-class [[gnu::visibility("default")]] Singleton {
+class BRIMLET_EXPORT Singleton {
  public:
   // Returns the object, made now if there is none. Returns null when memory for it is exhausted; a
   // later call tries again. Each object made is destroyed at exit.
@@ -46,17 +47,16 @@ class [[gnu::visibility("default")]] Singleton {
   }
 };
 
-// One static object, made on first use (several threads may come at once: one makes it, the others
-// wait) and destroyed at exit.
+// One static object, made on first use and destroyed at exit. Threads may come at once: one makes
+// the object, the others wait.
 template <typename T>
-class [[gnu::visibility("default")]]
-SingletonNew{public :
-                 // Returns the object. What the constructor of T throws passes through; a later
-                 // call tries again.
-                 static T & GetInstance(){static T instance;
-return instance;
-}  // namespace Velmar
-}
-;
+class BRIMLET_EXPORT SingletonNew {
+ public:
+  // Returns the object. Passes on what the constructor of T throws; a later call tries again.
+  static T& GetInstance() {
+    static T instance;
+    return instance;
+  }
+};
 
 }  // namespace Velmar

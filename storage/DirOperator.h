@@ -11,6 +11,8 @@
 
 #include <string>
 
+#include "../common/Singleton.h"
+
 namespace Velmar {
 
 // The object of a process is SingletonNew<DirOperator>::GetInstance(). It holds constants only:
@@ -19,7 +21,7 @@ namespace Velmar {
 //
 // Directories are created with mode 0700, less the process's umask. With "HOME" unset, empty or not
 // naming a directory, the tree lies at the root of the file system.
-class [[gnu::visibility("default")]] DirOperator {
+class BRIMLET_EXPORT DirOperator {
  public:
   // The value of "HOME", unchanged, when it names a directory. Otherwise the empty string; an ERROR
   // is logged unless "HOME" is unset.

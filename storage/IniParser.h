@@ -99,7 +99,7 @@ class IniParser {
   bool CheckSectionInvalid(const std::string& path, const std::string& section) const;
 
   // Loads a file and returns a copy of its content, or null when it cannot be loaded.
-  [[nodiscard]] std::unique_ptr<IniFileData> GetFileData(const std::string& path);
+  std::unique_ptr<IniFileData> GetFileData(const std::string& path);
 
   // Load a file and return the value of a key. When there is none (the file cannot be loaded, the
   // section or the key is empty, or CheckSectionInvalid() is true, which logs) they return "", -1

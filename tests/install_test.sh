@@ -73,7 +73,7 @@ check_pkg_config() {
   export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
   read -ra cflags < <("$pkg_config" --cflags brimlet)
   read -ra libs < <("$pkg_config" --libs brimlet)
-  quietly "$compiler" -std=c++20 "${cflags[@]}" "$source/tests/consumer/consumer.cpp" \
+  quietly "$compiler" -std=c++17 "${cflags[@]}" "$source/tests/consumer/consumer.cpp" \
     -o "$folder/plain" "${libs[@]}" "-Wl,-rpath,$prefix/lib"
   run "$folder/plain"
 }
@@ -82,7 +82,7 @@ check_headers() {
   local header
   while read -r header; do
     echo "#include <$header>" >"$folder/header.cpp"
-    quietly "$compiler" -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only \
+    quietly "$compiler" -std=c++17 -Wall -Wextra -Wpedantic -Werror -fsyntax-only \
       -I "$prefix/include" "$folder/header.cpp"
   done < <(cd "$prefix/include" && find brimlet -name '*.h')
 }
