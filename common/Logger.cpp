@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "common/BoundsChecked.h"
-#include "common/WriteAll.h"
+#include "common/FileIo.h"
 #include "storage/DirOperator.h"
 
 namespace Velmar {
@@ -23,8 +23,6 @@ namespace {
 constexpr std::size_t kMessageSize = 4096;  // terminator included
 constexpr mode_t kLogMode = 0600;
 constexpr const char* kOldSuffix = ".old";
-// Never waits (a FIFO without a reader), never follows a link, never takes over a terminal.
-constexpr int kSafeOpenFlags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 std::string_view GetLevelName(int level) {
   switch (level) {
@@ -104,7 +102,8 @@ bool IsOwnRegularFile(int fd) {
 
 UniqueFd OpenLog(const std::string& path) {
   // Readable too, for the copy that a rotation makes.
-  UniqueFd fd(open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | kSafeOpenFlags, kLogMode));
+  UniqueFd fd(open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | FileIo::kSafeOpenFlags,
+                   kLogMode));
   if (!fd.IsOpen() || !IsOwnRegularFile(fd.Get())) {
     return {};
   }
@@ -114,7 +113,8 @@ UniqueFd OpenLog(const std::string& path) {
 
 UniqueFd CreateOldGeneration(const std::string& path) {
   unlink(path.c_str());
-  UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | kSafeOpenFlags, kLogMode));
+  UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | FileIo::kSafeOpenFlags,
+                   kLogMode));
   if (fd.IsOpen()) {
     fchmod(fd.Get(), kLogMode);
   }
@@ -137,7 +137,7 @@ void CopyRange(int from, int to, off_t done, off_t end) {
       return;
     }
     const std::string_view read(block.data(), static_cast<std::size_t>(got));
-    if (WriteAll(to, read) != read.size()) {
+    if (FileIo::WriteAll(to, read) != read.size()) {
       return;
     }
     done += got;
@@ -269,7 +269,7 @@ std::int64_t Logger::MakeRoom() {
 void Logger::AppendLine(int level, std::string_view file, int line, std::string_view module,
                         std::string_view message, std::int64_t size) {
   ComposeLine(mLine, level, file, line, module, message);
-  const auto written = static_cast<std::int64_t>(WriteAll(mFd.Get(), mLine));
+  const auto written = static_cast<std::int64_t>(FileIo::WriteAll(mFd.Get(), mLine));
   const bool isTorn = written > 0 && written < static_cast<std::int64_t>(mLine.size());
   if (isTorn && lseek(mFd.Get(), 0, SEEK_END) == size + written) {
     [[maybe_unused]] const int ignored = ftruncate(mFd.Get(), size);

@@ -1,6 +1,8 @@
 // Ownership of one file descriptor. Installed for Logger.h; not part of the interface.
 #pragma once
 
+#include <unistd.h>
+
 #include <utility>
 
 namespace Velmar {
@@ -18,11 +20,16 @@ class UniqueFd {
   UniqueFd& operator=(const UniqueFd&) = delete;
   ~UniqueFd() { Reset(); }
 
-  [[nodiscard]] int Get() const { return mFd; }
-  [[nodiscard]] bool IsOpen() const { return mFd >= 0; }
+  int Get() const { return mFd; }
+  bool IsOpen() const { return mFd >= 0; }
   [[nodiscard]] int Release() { return std::exchange(mFd, -1); }
   // Closes the descriptor held and takes another one.
-  void Reset(int fd = -1);
+  void Reset(int fd = -1) {
+    const int old = std::exchange(mFd, fd);
+    if (old >= 0) {
+      close(old);
+    }
+  }
 
  private:
   int mFd = -1;

@@ -1,21 +1,17 @@
 #include "storage/FileOperator.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <climits>
-#include <cstring>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <optional>
-#include <string_view>
 
 #include "common/ErrorCode.h"
+#include "common/FileIo.h"
 #include "common/LogStatement.h"
-#include "common/UniqueFd.h"
-#include "common/WriteAll.h"
 
 namespace Velmar {
 namespace {
@@ -25,12 +21,11 @@ using ErrorCode::FileOperStatus::INVALID_FILE_PATH;
 using ErrorCode::FileOperStatus::WRITE_FILE_FAILED;
 
 constexpr const char* kModule = "UTILS";
-constexpr int kCommonFlags = O_CLOEXEC | O_NOCTTY;
 // Until the caller's permission bits are set, a new file is nobody else's.
 constexpr mode_t kCreateMode = 0600;
 
 std::optional<int> GetWriteFlags(const std::string& mode) {
-  constexpr int kWrite = O_WRONLY | O_CREAT | kCommonFlags;
+  constexpr int kWrite = O_WRONLY | O_CREAT | FileIo::kSafeOpenFlags;
   if (mode == "out" || mode == "ate" || mode == "binary") {
     return kWrite | O_TRUNC;
   }
@@ -43,52 +38,31 @@ std::optional<int> GetWriteFlags(const std::string& mode) {
 bool IsReadMode(const std::string& mode) { return mode == "in" || mode == "binary"; }
 
 UniqueFd OpenForReading(const std::string& path) {
-  return UniqueFd(open(path.c_str(), O_RDONLY | kCommonFlags));
+  return UniqueFd(open(path.c_str(), O_RDONLY | FileIo::kSafeOpenFlags));
 }
 
-// As read(2), but not ended by a signal. A failure counts as the end of the file.
-std::size_t ReadSome(int fd, char* buffer, std::size_t size) {
-  ssize_t got = 0;
-  do {
-    got = read(fd, buffer, size);
-  } while (got < 0 && errno == EINTR);
-  return got > 0 ? static_cast<std::size_t>(got) : 0;
+struct StreamCloser {
+  void operator()(std::FILE* stream) const { std::fclose(stream); }
+};
+using UniqueStream = std::unique_ptr<std::FILE, StreamCloser>;
+
+UniqueStream OpenStream(UniqueFd fd) {
+  UniqueStream stream(fd.IsOpen() ? fdopen(fd.Get(), "r") : nullptr);
+  if (stream) {
+    static_cast<void>(fd.Release());  // the stream closes it from now on
+  }
+  return stream;
 }
 
-// Hands out a file's lines one by one, reading it in blocks.
-class LineReader {
- public:
-  explicit LineReader(int fd) : mFd(fd) {}
+// A line in memory that getline(3) allocates.
+struct Line {
+  Line() = default;
+  Line(const Line&) = delete;
+  Line& operator=(const Line&) = delete;
+  ~Line() { std::free(text); }
 
-  // Puts the next line, without its line feed, into `line`, where it stays until the next call.
-  // Returns the number of bytes it takes in the file, or 0 at the end.
-  std::size_t Next(std::string_view& line) {
-    mBegun.clear();
-    while (!mRest.empty() || Fill()) {
-      const std::size_t end = mRest.find('\n');
-      const std::string_view piece = mRest.substr(0, end);
-      if (end != std::string_view::npos) {
-        mRest.remove_prefix(end + 1);
-        line = mBegun.empty() ? piece : mBegun.append(piece);
-        return line.size() + 1;
-      }
-      mBegun.append(piece);
-      mRest = {};
-    }
-    line = mBegun;
-    return line.size();
-  }
-
- private:
-  bool Fill() {
-    mRest = std::string_view(mBlock.data(), ReadSome(mFd, mBlock.data(), mBlock.size()));
-    return !mRest.empty();
-  }
-
-  int mFd;
-  std::array<char, 65536> mBlock;
-  std::string_view mRest;
-  std::string mBegun;  // a line that does not end in the block in which it begins
+  char* text = nullptr;
+  std::size_t capacity = 0;
 };
 
 }  // namespace
@@ -129,7 +103,7 @@ int FileOperator::WriteFile(const std::string& path, const std::string& content,
   }
   // What cannot be positioned (a FIFO at the path) is not written at the wrong place.
   if (lseek(fd.Get(), static_cast<off_t>(offset), SEEK_SET) >= 0) {
-    WriteAll(fd.Get(), content);
+    FileIo::WriteAll(fd.Get(), content);
   } else if (mode == "ate") {
     return WRITE_FILE_FAILED;
   }
@@ -149,11 +123,11 @@ int FileOperator::ReadFile(const std::string& path, char* buffer, uint32_t lengt
   if (!IsReadMode(mode)) {
     return -1;
   }
-  const UniqueFd fd = OpenForReading(path);
   if (buffer == nullptr) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "buffer is nullptr, read failed.");
     return -1;
   }
+  const UniqueFd fd = OpenForReading(path);
   if (!fd.IsOpen()) {
     return -1;
   }
@@ -163,11 +137,11 @@ int FileOperator::ReadFile(const std::string& path, char* buffer, uint32_t lengt
   const std::size_t wanted = std::min<std::size_t>(length, INT_MAX);
   std::size_t done = 0;
   while (done < wanted) {
-    const std::size_t got = ReadSome(fd.Get(), buffer + done, wanted - done);
-    if (got == 0) {
+    const ssize_t got = FileIo::ReadSome(fd.Get(), buffer + done, wanted - done);
+    if (got <= 0) {
       break;
     }
-    done += got;
+    done += static_cast<std::size_t>(got);
   }
   return static_cast<int>(done);
 }
@@ -186,27 +160,28 @@ int FileOperator::ReadLines(const std::string& path, int32_t count, uint32_t off
   if (!IsReadMode(mode)) {
     return -1;
   }
-  const UniqueFd fd = OpenForReading(path);
-  if (!fd.IsOpen()) {
+  const UniqueStream stream = OpenStream(OpenForReading(path));
+  if (!stream) {
     return -1;
   }
-  if (lseek(fd.Get(), static_cast<off_t>(offset), SEEK_SET) < 0) {
+  if (fseeko(stream.get(), static_cast<off_t>(offset), SEEK_SET) != 0) {
     return 0;
   }
-  LineReader reader(fd.Get());
-  std::string_view line;
-  std::size_t consumed = 0;
+  Line line;
+  ssize_t consumed = 0;
   while (count != 0) {
-    consumed = reader.Next(line);
-    if (consumed == 0) {
-      break;
+    consumed = getline(&line.text, &line.capacity, stream.get());
+    if (consumed <= 0) {
+      return 0;
+    }
+    std::string_view text(line.text, static_cast<std::size_t>(consumed));
+    text.remove_suffix(text.ends_with('\n') ? 1 : 0);
+    if (!text.empty()) {
+      lines.emplace_back(text);
     }
     count -= count > 0 ? 1 : 0;
-    if (!line.empty()) {
-      lines.emplace_back(line);
-    }
   }
-  return static_cast<int>(std::min<std::size_t>(consumed, INT_MAX));
+  return static_cast<int>(std::min<ssize_t>(consumed, INT_MAX));
 }
 
 }  // namespace Velmar

@@ -10,9 +10,15 @@
 namespace Velmar {
 
 // Paths go to the system as they are; relative ones count from the working directory. Except where
-// stated, symbolic links are followed. All operations keep no state and may be called from several
-// threads; two writers on one file interleave as the system lets them. No descriptor that they open
-// is inherited by a child process.
+// stated, symbolic links are followed. The operations keep no state and may be called from several
+// threads; two writers on one file interleave as the system lets them. No child process inherits a
+// descriptor that they open.
+//
+// No operation waits for another process. What has no positions (a FIFO, a terminal) is neither
+// read nor written: where it can be opened, reading gives 0 bytes, writing sets the permission bits
+// only
+// ("ate": fails), and its size is -1 without a log line. A FIFO that nobody reads cannot be opened
+// for writing. A file whose lease another process still holds cannot be opened.
 //
 // A mode word chooses how a file is opened. It is compared exactly; every other word is refused
 // before anything is opened.

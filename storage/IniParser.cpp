@@ -19,9 +19,8 @@
 #include <utility>
 #include <vector>
 
+#include "common/FileIo.h"
 #include "common/LogStatement.h"
-#include "common/UniqueFd.h"
-#include "common/WriteAll.h"
 
 namespace Velmar {
 namespace {
@@ -169,22 +168,11 @@ class TextComposer {
   std::string mIndexedName;
 };
 
-// Opens a regular file. Never waits: not for the other end of a FIFO, nor for a lease to be given
-// back.
-UniqueFd OpenRegular(const std::string& path, int flags) {
-  UniqueFd fd(open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kCreateMode));
-  struct stat status {};
-  if (!fd.IsOpen() || fstat(fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    return {};
-  }
-  return fd;
-}
-
 // The content of a file of about `size` bytes, cut off behind the first byte above the limit, or
 // nothing when it cannot be read to its end: half a file, written back, would lose the other half.
 std::optional<std::pmr::string> ReadText(const std::string& path, std::size_t size,
                                          std::pmr::memory_resource* memory) {
-  const UniqueFd fd = OpenRegular(path, O_RDONLY);
+  const UniqueFd fd = FileIo::OpenRegular(path, O_RDONLY);
   if (!fd.IsOpen()) {
     return std::nullopt;
   }
@@ -211,9 +199,9 @@ std::optional<std::pmr::string> ReadText(const std::string& path, std::size_t si
 }
 
 bool WriteText(const std::string& path, std::string_view text) {
-  UniqueFd fd = OpenRegular(path, O_WRONLY | O_CREAT | O_TRUNC);
+  UniqueFd fd = FileIo::OpenRegular(path, O_WRONLY | O_CREAT | O_TRUNC, kCreateMode);
   // A file system may report only now that a byte found no room.
-  return fd.IsOpen() && WriteAll(fd.Get(), text) == text.size() && close(fd.Release()) == 0;
+  return fd.IsOpen() && FileIo::WriteAll(fd.Get(), text) == text.size() && close(fd.Release()) == 0;
 }
 
 int SaveContent(const std::string& path, const IniFileData& data) {

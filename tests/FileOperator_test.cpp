@@ -162,12 +162,16 @@ TEST_F(FileOperatorTest, ReadsLinesAndLeavesEmptyOnesOut) {
 TEST_F(FileOperatorTest, NeitherReadsNorWritesWhatHasNoPositions) {
   const std::string path = mFolder / "fifo";
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  // Without somebody at either end, opening it would wait.
+  // With nobody at the other end, nothing waits.
+  char byte = 'x';
+  EXPECT_EQ(mFiles.WriteFile(path, "text", 0, "out", 0640), 105);
+  EXPECT_EQ(mFiles.ReadFile(path, &byte, 1, 0, "in"), 0);
+  EXPECT_EQ(mFiles.GetFileSize(path), -1);
+  EXPECT_EQ(mLog.Take(), Lines{});
   const int ends = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
   EXPECT_EQ(mFiles.WriteFile(path, "text", 0, "out", 0640), 0);
   EXPECT_EQ(mFiles.WriteFile(path, "text", 0, "ate", 0600), 105);
   EXPECT_EQ(ModeOf(path), S_IFIFO | 0640U);
-  char byte = 'x';
   EXPECT_EQ(read(ends, &byte, 1), -1);
   EXPECT_EQ(write(ends, "text", 4), 4);
   EXPECT_EQ(mFiles.ReadFile(path, &byte, 1, 0, "in"), 0);
