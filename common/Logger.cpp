@@ -1,17 +1,11 @@
 #include "common/Logger.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <charconv>
 #include <cstddef>
-#include <ctime>
-#include <string_view>
+#include <utility>
 
 #include "common/BoundsChecked.h"
 #include "common/FileIo.h"
@@ -22,9 +16,10 @@ namespace {
 
 constexpr std::size_t kMessageSize = 4096;  // terminator included
 constexpr mode_t kLogMode = 0600;
+constexpr int kOpenFlags = O_CREAT | O_NOFOLLOW | FileIo::kSafeOpenFlags;
 constexpr const char* kOldSuffix = ".old";
 
-std::string_view GetLevelName(int level) {
+const char* GetLevelName(int level) {
   switch (level) {
     case LOG_LEVEL_DEBUG:
       return "DEBUG";
@@ -41,88 +36,63 @@ std::string_view GetLevelName(int level) {
   }
 }
 
-// Local time as "26-11-16 20:47:56.123456", or the empty text when it cannot be formed. By hand:
-// with the C library's functions it would take half of all the instructions of a line.
-class TimeStamp {
- public:
-  TimeStamp() {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    tm local{};
-    if (localtime_r(&now.tv_sec, &local) == nullptr) {
-      return;
-    }
-    mSize = mText.size() - 1;
-    SetPair(0, local.tm_year % 100);
-    SetPair(3, local.tm_mon + 1);
-    SetPair(6, local.tm_mday);
-    SetPair(9, local.tm_hour);
-    SetPair(12, local.tm_min);
-    SetPair(15, local.tm_sec);
-    const auto micros = static_cast<int>(now.tv_usec);
-    SetPair(18, micros / 10000);
-    SetPair(20, micros / 100 % 100);
-    SetPair(22, micros % 100);
-  }
-
-  [[nodiscard]] std::string_view Get() const { return {mText.data(), mSize}; }
-
- private:
-  void SetPair(std::size_t at, int number) {
-    mText[at] = static_cast<char>('0' + number / 10);
-    mText[at + 1] = static_cast<char>('0' + number % 10);
-  }
-
-  std::array<char, 25> mText = std::to_array("00-00-00 00:00:00.000000");
-  std::size_t mSize = 0;
-};
+// Under a second name the file may be a foreign one, to be written and given another mode.
+bool IsFileOfOneName(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_nlink == 1;
+}
 
 // Makes room for the log file. False: something stands there that is not to be opened.
 bool ClearPath(const std::string& path) {
   struct stat status {};
-  if (lstat(path.c_str(), &status) != 0) {
-    return true;
-  }
-  if (S_ISLNK(status.st_mode)) {
-    unlink(path.c_str());
+  if (lstat(path.c_str(), &status) != 0 || IsFileOfOneName(status)) {
     return true;
   }
   if (S_ISDIR(status.st_mode)) {
     SingletonNew<DirOperator>::GetInstance().RemoveDir(path);
     return true;
   }
-  return S_ISREG(status.st_mode);
+  const bool isLink = S_ISLNK(status.st_mode) || S_ISREG(status.st_mode);
+  return isLink && unlink(path.c_str()) == 0;
 }
 
-// A second name of the file would be a way to have a foreign file written and its mode changed.
-bool IsOwnRegularFile(int fd) {
-  struct stat status {};
-  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
+// True when the open file has the name `path` and no other one. The descriptor alone would not
+// tell: the folder's owner may have linked a foreign file there and unlinked it since it was
+// opened.
+bool IsOnlyName(const std::string& path, int fd) {
+  struct stat opened {};
+  struct stat named {};
+  return fstat(fd, &opened) == 0 && lstat(path.c_str(), &named) == 0 &&
+         FileIo::IsSameFile(opened, named) && IsFileOfOneName(named);
 }
 
-UniqueFd OpenLog(const std::string& path) {
-  // Readable too, for the copy that a rotation makes.
-  UniqueFd fd(open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | FileIo::kSafeOpenFlags,
-                   kLogMode));
-  if (!fd.IsOpen() || !IsOwnRegularFile(fd.Get())) {
+UniqueFd OpenWithMode(const std::string& path, int access) {
+  UniqueFd fd(open(path.c_str(), access | O_APPEND | kOpenFlags, kLogMode));
+  if (!fd.IsOpen() || !IsOnlyName(path, fd.Get())) {
     return {};
   }
   fchmod(fd.Get(), kLogMode);
   return fd;
 }
 
+UniqueFd OpenLog(const std::string& path) {
+  // The user's own file of mode 0200 can be read once it has its mode.
+  UniqueFd writable = OpenWithMode(path, O_WRONLY);
+  // A rotation reads the file, too.
+  UniqueFd readable = OpenWithMode(path, O_RDWR);
+  return readable.IsOpen() ? std::move(readable) : std::move(writable);
+}
+
 UniqueFd CreateOldGeneration(const std::string& path) {
   unlink(path.c_str());
-  UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | FileIo::kSafeOpenFlags,
-                   kLogMode));
+  UniqueFd fd(open(path.c_str(), O_WRONLY | O_EXCL | kOpenFlags, kLogMode));
   if (fd.IsOpen()) {
     fchmod(fd.Get(), kLogMode);
   }
   return fd;
 }
 
-// Copies the bytes from `done` to `end` to the same place, or as much as can be copied.
-void CopyRange(int from, int to, off_t done, off_t end) {
+// Copies the bytes from `done` to `end` to the same place. False: not all could be copied.
+bool CopyRange(int from, int to, off_t done, off_t end) {
   off_t written = done;
   while (done < end &&
          copy_file_range(from, &done, to, &written, static_cast<std::size_t>(end - done), 0) > 0) {
@@ -134,24 +104,27 @@ void CopyRange(int from, int to, off_t done, off_t end) {
     const auto wanted = std::min(block.size(), static_cast<std::size_t>(end - done));
     const ssize_t got = pread(from, block.data(), wanted, done);
     if (got <= 0) {
-      return;
+      return false;
     }
-    const std::string_view read(block.data(), static_cast<std::size_t>(got));
-    if (FileIo::WriteAll(to, read) != read.size()) {
-      return;
+    const auto size = static_cast<std::size_t>(got);
+    if (FileIo::WriteAll(to, {block.data(), size}) != size) {
+      return false;
     }
     done += got;
   }
+  return true;
 }
 
-// Copies a file of `size` bytes. Holes stay holes: a file of some terabytes that takes no room, put
-// in the log's place before it was opened, must not be given any.
+// Copies a file of `size` bytes, or its beginning. Holes stay holes: a file of some terabytes that
+// takes no room, put in the log's place before it was opened, must not be given any.
 void CopyContent(int from, int to, off_t size) {
   off_t hole = 0;
   for (off_t data = lseek(from, 0, SEEK_DATA); data >= 0 && data < size;
        data = lseek(from, hole, SEEK_DATA)) {
     hole = std::min(lseek(from, data, SEEK_HOLE), size);
-    CopyRange(from, to, data, hole);
+    if (!CopyRange(from, to, data, hole)) {
+      return;
+    }
   }
   [[maybe_unused]] const int ignored = ftruncate(to, size);
 }
@@ -162,32 +135,16 @@ bool FormatMessage(Message& message, const char* format, std::va_list arguments)
   return vsnprintf_s(message.data(), message.size(), message.size() - 1, format, arguments) >= 0;
 }
 
-// All that a line has around the texts of the caller, at its longest: ComposeLine() counts on it.
-constexpr std::size_t kFrameSize =
-    std::string_view("[26-11-16 20:47:56.123456] [CRITICAL] [:-2147483648] : \n").size();
-
-// By hand, like the time: append() would take two thirds more instructions, all under the lock.
-void ComposeLine(std::string& result, int level, std::string_view file, int line,
-                 std::string_view module, std::string_view message) {
-  result.resize(kFrameSize + file.size() + module.size() + message.size());
-  char* end = result.data();
-  const auto add = [&end](std::string_view text) {
-    end = std::copy(text.begin(), text.end(), end);
-  };
-  add("[");
-  add(TimeStamp().Get());
-  add("] [");
-  add(GetLevelName(level));
-  add("] [");
-  add(file);
-  add(":");
-  end = std::to_chars(end, result.data() + result.size(), line).ptr;
-  add("] ");
-  add(module);
-  add(": ");
-  add(message);
-  add("\n");
-  result.resize(static_cast<std::size_t>(end - result.data()));
+// What LogInfo() and its like have in common.
+void WriteFree(int level, const char* file, const char* module, const char* format,
+               std::va_list arguments) {
+  Message message;
+  if (file == nullptr || module == nullptr || !FormatMessage(message, format, arguments)) {
+    return;
+  }
+  if (auto* const logger = Singleton<Logger>::Instance()) {
+    logger->Write(level, file, 0, module, "%s", message.data());
+  }
 }
 
 }  // namespace
@@ -199,7 +156,7 @@ Logger::~Logger() = default;
 void Logger::Init(const std::string& path) {
   mFilePath = path;
   mFd.Reset();
-  // Looked at before anything can log: a line written now would go to whatever stands there.
+  // The path is cleared before anything can log: RemoveDir() does.
   if (ClearPath(path)) {
     mFd = OpenLog(path);
   }
@@ -226,54 +183,30 @@ void Logger::WriteV(int level, const char* file, int line, const char* module, c
     return;
   }
   const std::lock_guard lock(mMutex);
-  if (!mFd.IsOpen()) {
+  if (!mFd.IsOpen() && !ReopenFullLog()) {
     return;
   }
-  const std::int64_t size = MakeRoom();
+  std::int64_t size = lseek(mFd.Get(), 0, SEEK_END);
+  if (size > mMaxFileSize) {
+    Rotate(size);
+    size = 0;
+  }
   Message message;
   if (FormatMessage(message, format, arguments)) {
-    AppendLine(level, file, line, module, message.data(), size);
+    ComposeLine(level, file, line, module, message.data());
+    AppendLine(size);
   }
 }
 
-// What LogInfo() and its like have in common. The message comes first: without one, there is no
-// rotation either.
-void Logger::WriteFree(int level, const char* file, const char* module, const char* format,
-                       std::va_list arguments) {
-  if (file == nullptr || module == nullptr || format == nullptr) {
-    return;
+// A mute log comes back with the rotation of a file that has passed the bound. Nothing else at the
+// path is even opened.
+bool Logger::ReopenFullLog() {
+  struct stat status {};
+  if (lstat(mFilePath.c_str(), &status) == 0 && IsFileOfOneName(status) &&
+      status.st_size > mMaxFileSize) {
+    mFd = OpenLog(mFilePath);
   }
-  Message message;
-  if (!FormatMessage(message, format, arguments)) {
-    return;
-  }
-  if (auto* const logger = Singleton<Logger>::Instance()) {
-    const std::lock_guard lock(logger->mMutex);
-    if (logger->mFd.IsOpen()) {
-      logger->AppendLine(level, file, 0, module, message.data(), logger->MakeRoom());
-    }
-  }
-}
-
-// Returns the size of the log, which is rotated first when it has become too long.
-std::int64_t Logger::MakeRoom() {
-  const std::int64_t size = lseek(mFd.Get(), 0, SEEK_END);
-  if (size <= mMaxFileSize) {
-    return size;
-  }
-  Rotate(size);
-  return 0;
-}
-
-// A line of which only a part found room is taken back, unless somebody appended after it.
-void Logger::AppendLine(int level, std::string_view file, int line, std::string_view module,
-                        std::string_view message, std::int64_t size) {
-  ComposeLine(mLine, level, file, line, module, message);
-  const auto written = static_cast<std::int64_t>(FileIo::WriteAll(mFd.Get(), mLine));
-  const bool isTorn = written > 0 && written < static_cast<std::int64_t>(mLine.size());
-  if (isTorn && lseek(mFd.Get(), 0, SEEK_END) == size + written) {
-    [[maybe_unused]] const int ignored = ftruncate(mFd.Get(), size);
-  }
+  return mFd.IsOpen();
 }
 
 // Copies rather than renames, so that the log keeps its inode.
@@ -283,7 +216,43 @@ void Logger::Rotate(std::int64_t size) {
     CopyContent(mFd.Get(), old.Get(), size);
   }
   if (ftruncate(mFd.Get(), 0) != 0) {
+    // Without its path the log stays mute, and does not copy the file again for each line.
     mFd.Reset();
+    mFilePath.clear();
+  }
+}
+
+void Logger::ComposeLine(int level, const char* file, int line, const char* module,
+                         const char* message) {
+  mLine.assign(1, '[').append(GetTime()).append("] ");
+  mLine.append("[").append(GetLevelName(level)).append("] ");
+  mLine.append("[").append(file).append(":").append(std::to_string(line)).append("] ");
+  mLine.append(module).append(": ").append(message).append("\n");
+}
+
+// Local time as "26-11-16 20:47:56.123456". The text of a second is made once.
+const char* Logger::GetTime() {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  constexpr std::size_t kSecondLength = 17;
+  if (now.tv_sec != mSecond) {
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    std::strftime(mTime.data(), mTime.size(), "%y-%m-%d %H:%M:%S", &local);
+    mSecond = now.tv_sec;
+  }
+  snprintf_s(&mTime[kSecondLength], mTime.size() - kSecondLength, mTime.size() - kSecondLength - 1,
+             ".%06ld", static_cast<long>(now.tv_usec));
+  return mTime.data();
+}
+
+// Writes mLine to the end of a file of `size` bytes. A line of which only a part found room is
+// taken back, unless somebody appended after it.
+void Logger::AppendLine(std::int64_t size) {
+  const auto written = static_cast<std::int64_t>(FileIo::WriteAll(mFd.Get(), mLine));
+  const bool isTorn = written > 0 && written < static_cast<std::int64_t>(mLine.size());
+  if (isTorn && lseek(mFd.Get(), 0, SEEK_END) == size + written) {
+    [[maybe_unused]] const int ignored = ftruncate(mFd.Get(), size);
   }
 }
 
@@ -292,21 +261,21 @@ void LogDebug(const char* /*module*/, const char* /*file*/, const char* /*format
 void LogInfo(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  Logger::WriteFree(LOG_LEVEL_INFO, file, module, format, arguments);
+  WriteFree(LOG_LEVEL_INFO, file, module, format, arguments);
   va_end(arguments);
 }
 
 void LogWarning(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  Logger::WriteFree(LOG_LEVEL_WARNING, file, module, format, arguments);
+  WriteFree(LOG_LEVEL_WARNING, file, module, format, arguments);
   va_end(arguments);
 }
 
 void LogError(const char* module, const char* file, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  Logger::WriteFree(LOG_LEVEL_ERROR, file, module, format, arguments);
+  WriteFree(LOG_LEVEL_ERROR, file, module, format, arguments);
   va_end(arguments);
 }
 

@@ -11,11 +11,12 @@
 // The first field is local time with microseconds.
 #pragma once
 
+#include <array>
 #include <cstdarg>
 #include <cstdint>
+#include <ctime>
 #include <mutex>
 #include <string>
-#include <string_view>
 
 #include "Singleton.h"
 #include "UniqueFd.h"
@@ -30,11 +31,13 @@ inline constexpr LogLevel LOG_LEVEL_WARNING = 3;
 inline constexpr LogLevel LOG_LEVEL_ERROR = 4;
 inline constexpr LogLevel LOG_LEVEL_CRITICAL = 5;
 
-// The object of a process is Singleton<Logger>::Instance(). Write() may be called from several
-// threads; Init() only while a single thread uses the logger.
+// The object of a process is Singleton<Logger>::Instance(). Several threads may call Write();
+// Init() belongs into the time in which one thread uses the logger. In a program with several
+// threads, a child of fork() must not call Write(), which can wait for ever there: another thread
+// may have held the lock at the fork.
 //
-// The file may lie in a folder that belongs to somebody else. Nothing that stands at its path, or
-// that is put there later, makes the logger touch another file, wait, or copy foreign data.
+// The file may lie in a folder that belongs to somebody else. Whatever that somebody puts at its
+// path, and whenever, the logger touches no other file, does not wait, and copies no foreign data.
 class BRIMLET_EXPORT Logger {
  public:
   Logger();
@@ -44,14 +47,16 @@ class BRIMLET_EXPORT Logger {
   ~Logger();
 
   // Opens the log file at `path`, made with mode 0600 if missing; an existing file is appended to
-  // and gets mode 0600. Its folder must exist. What stands at the path is cleared first:
-  //   - a symbolic link of any kind is unlinked; what it points to is not touched;
-  //   - a directory is removed with everything below it.
-  // Anything else that is not a regular file (a FIFO, a socket, a device), and a file that has a
-  // second hard link somewhere, is left alone.
+  // and gets mode 0600. Its folder must exist. Init() first clears the path:
+  //   - it unlinks a symbolic link of any kind, and a file that has a second hard link. Where the
+  //     link leads, and under the other name, content and mode stay as they are;
+  //   - it removes a directory with everything below it, unless that is deeper than the process's
+  //     limit on descriptors.
+  // It leaves anything else that is not a regular file (a FIFO, a socket, a device) alone.
   //
-  // Nothing is reported. When no file could be opened, every line is silently lost until a later
-  // Init() opens one. Lines written before Init() are lost.
+  // Nothing is reported. When no file could be opened, the log is mute: every line is silently lost
+  // until a later Init(), or a rotation in Write(), opens a file. Lines written before Init() are
+  // lost.
   void Init(const std::string& path);
 
   // Writes one line, in one piece, to the end of the file:
@@ -64,10 +69,12 @@ class BRIMLET_EXPORT Logger {
   // that the file system refuses (a full disk) is dropped whole, and the next one is tried again;
   // but a process that has a limit on the size of files and lets its signal take effect ends there.
   //
-  // When the file has passed 33554432 bytes (32 MiB) before a line, its content first moves to the
-  // path followed by ".old", mode 0600, in place of what was there, and the file starts empty.
-  // Where ".old" cannot be made (a directory stands there), the content is dropped. The size is
-  // that of the file opened by Init(), whatever stands at the path by now.
+  // When the file has passed 33554432 bytes (32 MiB) before a line, Write() rotates first: it moves
+  // the content to the path followed by ".old", mode 0600, in place of what was there, and the file
+  // starts empty. Where ".old" cannot be made (a directory stands there), the content is dropped.
+  // The size is that of the open file, whatever stands at the path by now. Only a mute log looks
+  // there again: a regular file without a second hard link that has passed the bound is opened as
+  // by Init(), and rotated. A file that cannot be emptied leaves the log mute until Init().
   [[gnu::format(printf, 6, 7)]] void Write(int level, const char* file, int line,
                                            const char* module, const char* format, ...);
 
@@ -78,7 +85,7 @@ class BRIMLET_EXPORT Logger {
     // Implicit: both kinds are passed as they are.
     Text(const char* text) : mText(text) {}
     Text(const std::string& text) : mText(text.c_str()) {}
-    [[nodiscard]] const char* Get() const { return mText; }
+    const char* Get() const { return mText; }
 
    private:
     const char* mText;
@@ -88,31 +95,27 @@ class BRIMLET_EXPORT Logger {
   void Write(int level, Text file, int line, Text module, Text format, ...);
 
  private:
-  friend void LogInfo(const char* module, const char* file, const char* format, ...);
-  friend void LogWarning(const char* module, const char* file, const char* format, ...);
-  friend void LogError(const char* module, const char* file, const char* format, ...);
-
   void WriteV(int level, const char* file, int line, const char* module, const char* format,
               std::va_list arguments);
-  static void WriteFree(int level, const char* file, const char* module, const char* format,
-                        std::va_list arguments);
-  std::int64_t MakeRoom();
-  void AppendLine(int level, std::string_view file, int line, std::string_view module,
-                  std::string_view message, std::int64_t size);
+  bool ReopenFullLog();
   void Rotate(std::int64_t size);
+  void ComposeLine(int level, const char* file, int line, const char* module, const char* message);
+  const char* GetTime();
+  void AppendLine(std::int64_t size);
 
   const std::int32_t mMaxFileSize = 0x2000000;
   std::string mFilePath;
   UniqueFd mFd;
-  std::string mLine;  // kept from line to line for its memory
+  std::time_t mSecond = -1;      // the one that mTime tells
+  std::array<char, 32> mTime{};  // kept from line to line, as is the memory of mLine
+  std::string mLine;
   std::mutex mMutex;
 };
 
 // Write one line of the level in their name with line number 0 through the process's logger, which
 // is made if there is none. `format` and what follows make the message, as for std::printf. They
 // write nothing when `module`, `file` or `format` is null and in all cases in which Logger::Write
-// writes nothing. LogDebug therefore never writes. They may be called from several threads once the
-// logger exists.
+// writes nothing; LogDebug never writes. Several threads may call them once the logger exists.
 [[gnu::format(printf, 3, 4)]] void LogDebug(const char* module, const char* file,
                                             const char* format, ...);
 [[gnu::format(printf, 3, 4)]] void LogInfo(const char* module, const char* file, const char* format,

@@ -131,7 +131,7 @@ class ObstacleTest : public LoggerTest {
       {"a link to a device", [](const auto& p) { fs::create_symlink("/dev/null", p); }, true, true},
       {"a folder", [](const auto& p) { fs::create_directories(p + "/a/b"); }, true, false},
       {"a FIFO", [](const auto& p) { mkfifo(p.c_str(), 0644); }, false, true},
-      {"a hard link", [&](const auto& p) { fs::create_hard_link(mCanary, p); }, false, true},
+      {"a hard link", [&](const auto& p) { fs::create_hard_link(mCanary, p); }, true, true},
       {"a file of everybody's",
        [](const auto& p) { WriteWhole(p, ""), fs::permissions(p, fs::perms(0666)); }, true, true},
   };
@@ -170,6 +170,53 @@ TEST_F(ObstacleTest, AtTheOldGenerationGivesWayToANewFile) {
     }
     fs::remove_all(mOld);
   }
+}
+
+TEST_F(ObstacleTest, AMuteLogComesBackWithTheRotationOfAFullFile) {
+  const std::string full = mFolder / "full";
+  WriteWhole(full, "content");
+  fs::resize_file(full, kRotationBound + 1);
+  mkfifo(mPath.c_str(), 0600);
+  mLogger.Init(mPath);
+  fs::remove(mPath);
+  auto obstacles = mObstacles;
+  obstacles.push_back(
+      {"a link to a full file", [&](const auto& p) { fs::create_symlink(full, p); }, false, false});
+  obstacles.push_back({"a hard link to a full file",
+                       [&](const auto& p) { fs::create_hard_link(full, p); }, false, false});
+  for (const Obstacle& obstacle : obstacles) {
+    obstacle.put(mPath);
+    const unsigned mode = ModeOf(mPath);
+    mLogger.Write(4, "Unit", 1, "UTILS", "line");
+    ExpectNothingChangedOutside(obstacle.what);
+    EXPECT_EQ(ModeOf(mPath), mode) << obstacle.what;
+    EXPECT_EQ(fs::file_size(full), kRotationBound + 1U) << obstacle.what;
+    EXPECT_FALSE(fs::exists(mOld)) << obstacle.what;
+    fs::remove_all(mPath);
+  }
+  fs::rename(full, mPath);
+  mLogger.Write(4, "Unit", 1, "UTILS", "line");
+  EXPECT_EQ(Logged(mPath), OnlyLine());
+  EXPECT_EQ(ModeOf(mPath), S_IFREG | 0600U);
+  EXPECT_EQ(fs::file_size(mOld), kRotationBound + 1U);
+}
+
+// An ordinary user cannot read such a file before it has its new mode.
+TEST_F(LoggerTest, WritesToAFileThatMayOnlyBeWritten) {
+  const uid_t user = geteuid() == 0 ? 65534 : geteuid();
+  WriteWhole(mPath, "kept\n");
+  fs::resize_file(mPath, kRotationBound + 1);
+  chmod(mPath.c_str(), 0200);
+  ASSERT_EQ(chown(mPath.c_str(), user, gid_t(-1)), 0);
+  ASSERT_EQ(chown(mFolder.Path().c_str(), user, gid_t(-1)), 0);
+  const uid_t self = geteuid();
+  ASSERT_EQ(seteuid(user), 0);
+  mLogger.Init(mPath);
+  mLogger.Write(2, "Unit", 1, "UTILS", "line");
+  ASSERT_EQ(seteuid(self), 0);
+  EXPECT_EQ(Logged(mPath), Lines{"[INFO] [Unit] UTILS: line"});
+  EXPECT_EQ(ModeOf(mPath), S_IFREG | 0600U);
+  EXPECT_EQ(ReadWhole(mOld).substr(0, 5), "kept\n");
 }
 
 // A file and a link to the canary change places as fast as they can while the log is opened.
