@@ -1,17 +1,13 @@
 #include "storage/IniParser.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cstddef>
 #include <initializer_list>
 #include <limits>
-#include <memory_resource>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,6 +23,9 @@ namespace {
 
 constexpr const char* kModule = "UTILS";
 constexpr std::size_t kMaxFileSize = 1048576;
+// The names of comments repeat those of their sections and keys. Enough for a file that is nothing
+// but empty comment lines before a key whose name has 64 characters, its section's included.
+constexpr std::size_t kMaxNameBytes = 32 * kMaxFileSize;
 constexpr mode_t kCreateMode = 0666;
 
 using CommentMap = std::unordered_map<std::string, std::string>;
@@ -54,17 +53,13 @@ class TextParser {
       mPending.push_back(line);
       return true;
     }
-    if (line.starts_with('[')) {
-      ParseHeader(line);
-      return true;
-    }
-    return ParseKeyLine(line);
+    return line.starts_with('[') ? ParseHeader(line) : ParseKeyLine(line);
   }
 
-  void ParseHeader(std::string_view line) {
+  bool ParseHeader(std::string_view line) {
     mSection = line.substr(1, line.find(']') - 1);
     mKeys = nullptr;
-    StoreComments({}, line, line.find(';'));
+    return StoreComments({}, line, line.find(';'));
   }
 
   bool ParseKeyLine(std::string_view line) {
@@ -78,8 +73,7 @@ class TextParser {
     // A comment that begins within the key does not end the value.
     const std::size_t end = comment < start ? line.size() : std::min(comment, line.size());
     SectionKeys().insert_or_assign(std::string(key), line.substr(start, end - start));
-    StoreComments(key, line, comment);
-    return true;
+    return StoreComments(key, line, comment);
   }
 
   // The section comes into being with its first key.
@@ -91,14 +85,20 @@ class TextParser {
   }
 
   // Stores what belongs to a line: its own comment, which begins at `comment`, and the comment
-  // lines before it. An empty key stands for the section's header.
-  void StoreComments(std::string_view key, std::string_view line, std::size_t comment) {
-    if (comment == std::string_view::npos && mPending.empty()) {
-      return;
+  // lines before it. An empty key stands for the section's header. False: the names of comments
+  // would take too much memory.
+  bool StoreComments(std::string_view key, std::string_view line, std::size_t comment) {
+    const std::size_t count = mPending.size() + (comment == std::string_view::npos ? 0 : 1);
+    if (count == 0) {
+      return true;
     }
     std::string name(mSection);
     if (!key.empty()) {
       name.append("/").append(key);
+    }
+    mNameBytes += count * name.size();
+    if (mNameBytes > kMaxNameBytes) {
+      return false;
     }
     if (comment != std::string_view::npos) {
       mData.mLineComments.insert_or_assign(name, line.substr(comment));
@@ -107,12 +107,14 @@ class TextParser {
       mData.mLeadingComments[name + std::to_string(i)].assign(mPending[i]).append("\n");
     }
     mPending.clear();
+    return true;
   }
 
   IniFileData& mData;
   std::string_view mSection = "default";
   std::unordered_map<std::string, std::string>* mKeys = nullptr;  // of mSection, once it has one
   std::vector<std::string_view> mPending;
+  std::size_t mNameBytes = 0;  // of all comments stored
 };
 
 // Makes the text of a file.
@@ -168,33 +170,25 @@ class TextComposer {
   std::string mIndexedName;
 };
 
-// The content of a file of about `size` bytes, cut off behind the first byte above the limit, or
-// nothing when it cannot be read to its end: half a file, written back, would lose the other half.
-std::optional<std::pmr::string> ReadText(const std::string& path, std::size_t size,
-                                         std::pmr::memory_resource* memory) {
+// The content of a regular file, of one above the limit only the beginning. Nothing when it cannot
+// be read to its end: half a file, written back, would lose the other half.
+std::optional<std::string> ReadText(const std::string& path) {
   const UniqueFd fd = FileIo::OpenRegular(path, O_RDONLY);
   if (!fd.IsOpen()) {
     return std::nullopt;
   }
-  std::pmr::string text(size + 1, '\0', memory);
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t got = read(fd.Get(), text.data() + done, text.size() - done);
-    if (got < 0 && errno == EINTR) {
-      continue;
-    }
+  std::string text;
+  std::array<char, 65536> block;
+  while (text.size() <= kMaxFileSize) {
+    const ssize_t got = FileIo::ReadSome(fd.Get(), block.data(), block.size());
     if (got < 0) {
       return std::nullopt;
     }
     if (got == 0) {
       break;
     }
-    done += static_cast<std::size_t>(got);
-    if (done == text.size() && done <= kMaxFileSize) {
-      text.resize(kMaxFileSize + 1);  // it has grown
-    }
+    text.append(block.data(), static_cast<std::size_t>(got));
   }
-  text.resize(done);
   return text;
 }
 
@@ -238,20 +232,7 @@ int ReadInt(std::string_view text) {
 }  // namespace
 
 int IniParser::Load(const std::string& path) {
-  if (path.empty()) {
-    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "file path is empty!");
-    return -1;
-  }
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0 || std::cmp_greater(status.st_size, kMaxFileSize)) {
-    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "file oversize!");
-    return -1;
-  }
-  // A small file's text does not go to the heap: to find a block of that size, the C library merges
-  // all the small ones that an earlier content has given back, which takes longer than the reading.
-  std::array<std::byte, 8192> room;
-  std::pmr::monotonic_buffer_resource memory(room.data(), room.size());
-  const auto text = ReadText(path, static_cast<std::size_t>(status.st_size), &memory);
+  const std::optional<std::string> text = ReadText(path);
   if (!text) {
     BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "file not found!");
     return -1;

@@ -26,6 +26,10 @@
 // A file is written without blank lines, its sections and the keys in them in no particular order,
 // and without sections that have no key. Keys from before the first header come under "[default]".
 //
+// A comment is held under a name that repeats the names of its section and key (see IniFileData). A
+// file whose comments need names of more than 33554432 bytes (32 MiB) in all is not read either: a
+// file within the limit below would take gigabytes of memory by a long name.
+//
 // What the dialect cannot keep is not refused, and reads differently once it is written:
 //   - in a value, a ";" begins a comment, and what follows a line feed is a line of its own;
 //   - in a key, "=" ends it, and a ";" or "[" at its beginning makes the line something else. A ";"
@@ -76,18 +80,18 @@ struct IniFileData {
 class IniParser {
  public:
   // Reads a file of at most 1048576 bytes (1 MiB) and holds its content in place of the one held
-  // before. Returns 0. Returns -1, and leaves the held content as it was, with one line of level
-  // DEBUG: for an empty path; a file that is missing or longer, also when it grows while it is read
-  // ("file oversize!"); what cannot be opened or read to its end and what is not a regular file, as
-  // a directory, a FIFO or a device ("file not found!"); a content that is refused.
+  // before. Returns 0. Returns -1, and leaves the held content as it was, for a file that is
+  // missing, longer (also when it grows while it is read) or cannot be read to its end, for
+  // anything but a regular file (a directory, a FIFO, a device), and for a content that is refused.
+  // Logs nothing.
   int Load(const std::string& path);
 
   // Writes the held content of a path to its file, which is created if missing (mode 0666 less the
   // umask) and keeps its owner and mode otherwise. The text is made in memory and written in one
-  // go. Logs the path as INFO. Returns 0. Returns -1, with a line of level DEBUG, when nothing is
-  // held: the file is untouched, and the path is held as an empty content from now on. Returns -1
-  // in the same way when the file cannot be opened, is no regular file or cannot be written; where
-  // the writing itself failed (a full disk), the file holds a part of the text.
+  // go. Logs the path as INFO and returns 0. Returns -1, without a line, when nothing is held: the
+  // file is untouched, and the path is held as an empty content from now on. Returns -1 after the
+  // line when the file cannot be opened, is no regular file or cannot be written; where the writing
+  // itself failed (a full disk), the file holds a part of the text.
   int Save(const std::string& path);
 
   // Save() for every path held, whatever comes of it. Returns 0.
