@@ -1,10 +1,8 @@
 #include "common/RandomCode.h"
 
-#include <fcntl.h>
 #include <openssl/crypto.h>
 #include <openssl/rand.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,13 +13,14 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <span>
 #include <string_view>
-#include <utility>
 
 #include "common/BoundsChecked.h"
+#include "common/CoveredFile.h"
 #include "common/ErrorCode.h"
+#include "common/FileIo.h"
 #include "common/LogStatement.h"
-#include "common/UniqueFd.h"
 
 namespace Velmar::RandomCode {
 namespace {
@@ -29,8 +28,6 @@ namespace {
 using ErrorCode::CommonStatus::ACTION_SUCCESS;
 using ErrorCode::CommonStatus::GET_RANDOM_SEEDS_FAILED;
 using ErrorCode::CommonStatus::POINTER_IS_NULL;
-using ErrorCode::FileOperStatus::INVALID_FILE_PATH;
-using ErrorCode::FileOperStatus::WRITE_FILE_FAILED;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kModule = "UTILS";
@@ -53,9 +50,6 @@ constexpr std::int32_t kPoolSize = 256;
 std::array<unsigned char, kPoolSize> g_randomPool{};
 
 constexpr std::int64_t kMaxCoveredSize = 1048576;
-constexpr mode_t kCoveredMode = 0600;
-// Never follows a link, never waits (a FIFO put in the file's place).
-constexpr int kSafeOpenFlags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 // Bytes that nobody is to find in memory afterwards.
 template <std::size_t N>
@@ -189,117 +183,24 @@ bool DrawText(RandomNumbers& numbers, std::int32_t length) {
   return true;
 }
 
-// Writes all bytes at the beginning of a file.
-bool WriteAll(int fd, const unsigned char* data, std::size_t size) {
-  std::size_t done = 0;
-  while (done < size) {
-    const ssize_t written = pwrite(fd, data + done, size - done, static_cast<off_t>(done));
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    if (written <= 0) {
-      return false;
-    }
-    done += static_cast<std::size_t>(written);
-  }
-  return true;
-}
-
-// A file to be overwritten and removed. Its name is only ever looked up in the folder that was
-// opened first, never through a link, and has to lead to the same file each time: whoever may
-// exchange names meanwhile cannot turn a step against another file.
-class CoveredFile {
- public:
-  explicit CoveredFile(std::string_view path)
-      : mFolder(OpenFolder(path)), mName(path.substr(path.rfind('/') + 1)) {
-    mExists = LookUp(mStatus) && S_ISREG(mStatus.st_mode);
-  }
-
-  [[nodiscard]] bool Exists() const { return mExists; }
-
-  // Its size in bytes, or -1 when it cannot be read.
-  std::int64_t GetSize() {
-    mReadable = Open(O_RDONLY);
-    struct stat status {};
-    return mReadable.IsOpen() && fstat(mReadable.Get(), &status) == 0 ? status.st_size : -1;
-  }
-
-  // Rewrites the content in place. Emptying the file first would let the file system give it other
-  // blocks, and the old content would stay in the former ones.
-  std::int32_t Overwrite(const unsigned char* data, std::size_t size) {
-    if (!IsInPlace()) {
-      return INVALID_FILE_PATH;
-    }
-    if (data == nullptr || size == 0) {
-      return WRITE_FILE_FAILED;
-    }
-    if (!mWritable.IsOpen()) {
-      mWritable = Open(O_WRONLY);
-    }
-    const int fd = mWritable.Get();
-    // A pass that waits in the cache would be replaced there by the next one.
-    const bool isDone =
-        WriteAll(fd, data, size) && fchmod(fd, kCoveredMode) == 0 && fdatasync(fd) == 0;
-    return isDone ? ACTION_SUCCESS : WRITE_FILE_FAILED;
-  }
-
-  bool Remove() { return IsInPlace() && unlinkat(mFolder.Get(), mName.c_str(), 0) == 0; }
-
- private:
-  static UniqueFd OpenFolder(std::string_view path) {
-    const std::size_t slash = path.rfind('/');
-    const std::string folder(slash == std::string_view::npos ? "." : path.substr(0, slash + 1));
-    return UniqueFd(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  }
-
-  bool LookUp(struct stat& status) const {
-    return fstatat(mFolder.Get(), mName.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-  }
-
-  [[nodiscard]] bool IsSame(const struct stat& status) const {
-    return status.st_dev == mStatus.st_dev && status.st_ino == mStatus.st_ino;
-  }
-
-  [[nodiscard]] bool IsInPlace() const {
-    struct stat status {};
-    return LookUp(status) && IsSame(status);
-  }
-
-  [[nodiscard]] UniqueFd Open(int access) const {
-    UniqueFd fd(openat(mFolder.Get(), mName.c_str(), access | kSafeOpenFlags));
-    struct stat status {};
-    return fd.IsOpen() && fstat(fd.Get(), &status) == 0 && IsSame(status) ? std::move(fd)
-                                                                          : UniqueFd();
-  }
-
-  const UniqueFd mFolder;
-  const std::string mName;
-  struct stat mStatus {};
-  bool mExists = false;
-  UniqueFd mReadable;  // stays open, so that no other file can get the same inode
-  UniqueFd mWritable;
-};
-
-std::int32_t CoverWithByte(CoveredFile& file, unsigned char* buffer, std::size_t size,
-                           unsigned char value) {
-  if (buffer != nullptr) {
-    std::fill_n(buffer, size, value);
-  }
-  const std::int32_t result = file.Overwrite(buffer, size);
+std::int32_t CoverWithByte(CoveredFile& file, std::span<char> bytes, char value) {
+  std::ranges::fill(bytes, value);
+  const std::int32_t result = file.Overwrite({bytes.data(), bytes.size()});
   if (result != ACTION_SUCCESS) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "SafeCoverData WriteToFile failed ret:%d", result);
   }
   return result;
 }
 
-std::int32_t CoverWithRandom(CoveredFile& file, unsigned char* buffer, std::size_t size) {
-  const std::int32_t drawn = GetRandNumBytes(buffer, static_cast<std::int32_t>(size));
+std::int32_t CoverWithRandom(CoveredFile& file, std::span<char> bytes) {
+  const std::int32_t drawn = GetRandNumBytes(reinterpret_cast<unsigned char*>(bytes.data()),
+                                             static_cast<std::int32_t>(bytes.size()));
   if (drawn != 0) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "SafeCoverDataRandom GetAuthentRandomNum failed ret:%d",
                 drawn);
     return drawn;
   }
-  const std::int32_t result = file.Overwrite(buffer, size);
+  const std::int32_t result = file.Overwrite({bytes.data(), bytes.size()});
   if (result != ACTION_SUCCESS) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "SafeCoverDataRandom WriteToFile failed ret:%d", result);
   }
@@ -307,13 +208,14 @@ std::int32_t CoverWithRandom(CoveredFile& file, unsigned char* buffer, std::size
 }
 
 std::int32_t CoverThreeTimes(CoveredFile& file, std::size_t size) {
-  // Without memory it stays null, which the first pass reports like any other failure.
-  const std::unique_ptr<unsigned char[]> buffer(new (std::nothrow) unsigned char[size]);
-  std::int32_t result = CoverWithByte(file, buffer.get(), size, 0);
+  // Without memory there are no bytes, which the first pass reports like any other failure.
+  const std::unique_ptr<char[]> buffer(new (std::nothrow) char[size]);
+  const std::span<char> bytes(buffer.get(), buffer ? size : 0);
+  std::int32_t result = CoverWithByte(file, bytes, 0);
   if (result == ACTION_SUCCESS) {
-    result = CoverWithByte(file, buffer.get(), size, 1);
+    result = CoverWithByte(file, bytes, 1);
   }
-  return result == ACTION_SUCCESS ? CoverWithRandom(file, buffer.get(), size) : result;
+  return result == ACTION_SUCCESS ? CoverWithRandom(file, bytes) : result;
 }
 
 }  // namespace
@@ -324,7 +226,7 @@ std::int32_t ReadDevRandom(unsigned char* buffer, std::int32_t length) {
                 ErrorCode::GetLogText(POINTER_IS_NULL).c_str());
     return POINTER_IS_NULL;
   }
-  const UniqueFd device(open(kSeedDevice, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const UniqueFd device(open(kSeedDevice, O_RDONLY | FileIo::kSafeOpenFlags));
   if (!device.IsOpen()) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to open /dev/random, error code: %s",
                 std::strerror(errno));

@@ -100,11 +100,12 @@ check_exports() {
   foreign=$("$nm" -DC --defined-only "$library" | cut -d' ' -f3- |
     grep -vE '^(BRIMLET_1|(guard variable for )?Velmar::)' || true)
   [ -z "$foreign" ] || fail "exported, but nobody's business: $foreign"
-  for name in UniqueFd FileIo CommandPipe SourceName BusReleaser Unique LineReader; do
+  for name in UniqueFd FileIo CoveredFile CommandPipe SourceName BusReleaser Unique LineReader; do
     ! "$nm" -DC --defined-only "$library" | grep -q "$name" || fail "internal name exported: $name"
   done
   # Every function of the static library but the internal ones.
-  diff <(names "$folder/prefix-OFF/lib/libbrimlet.a" | grep -v FileIo::) <(names -D "$library") >&2 ||
+  diff <(names "$folder/prefix-OFF/lib/libbrimlet.a" | grep -vE '(FileIo|CoveredFile)::') \
+    <(names -D "$library") >&2 ||
     fail "the two libraries differ in what they offer"
   # The daemon has to load neither the shared library nor what that needs.
   "$readelf" -d "$prefix/sbin/brimletd" | grep -q 'NEEDED.*libsystemd' || fail "no daemon"
