@@ -25,7 +25,7 @@ int memset_s(void* dest, std::size_t destMax, int value, std::size_t count) {
     return ERANGE;
   }
   std::memset(dest, value, count);
-  // To the compiler this statement may read the memory, so the stores before it have to happen.
+  // The compiler takes this statement for a reader of the memory, so it keeps the stores.
   asm volatile("" : : "r"(dest) : "memory");
   return 0;
 }

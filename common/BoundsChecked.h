@@ -1,9 +1,9 @@
 // Memory and string functions that are told how large their destination is.
 //
-// The copying functions return 0, or EINVAL for a null pointer and ERANGE for what does not fit,
-// and leave the destination untouched then. The formatting functions return the number of
-// characters written, or -1. All of them may be called from several threads at once, on different
-// destinations. None allocates memory.
+// The copying functions return 0. They return EINVAL for a null pointer and ERANGE for what does
+// not fit, and leave the destination untouched then. The formatting functions return the number of
+// characters written, or -1. Several threads may call all of them, on different destinations. None
+// allocates memory.
 #pragma once
 
 #include <cstdarg>
@@ -16,7 +16,7 @@ namespace Velmar {
 int memcpy_s(void* dest, std::size_t destMax, const void* src, std::size_t count);
 
 // Sets `count` bytes of a destination of `destMax` bytes to the lowest byte of `value`. The stores
-// are never optimised away, also when the memory is not read again: fit for wiping secrets.
+// are never optimised away, though nothing may read the memory again: fit for wiping secrets.
 // EINVAL: `dest` is null. ERANGE: `count` is above `destMax`.
 int memset_s(void* dest, std::size_t destMax, int value, std::size_t count);
 
@@ -28,8 +28,8 @@ int strcat_s(char* dest, std::size_t destMax, const char* src);
 // Formats as std::snprintf into a buffer of `destMax` bytes, at most `count` characters and a
 // terminator. Returns the number of characters. Returns -1 when the text has more than `count`
 // characters, does not fit into the buffer with its terminator, or cannot be formatted, and when
-// `dest` or `format` is null; a cut-off text is never left behind: `dest` is the empty text then
-// (where it is not null and has at least one byte).
+// `dest` or `format` is null. It leaves no cut-off text behind then: `dest`, where it is not null
+// and has at least one byte, is the empty text.
 [[gnu::format(printf, 4, 5)]] int snprintf_s(char* dest, std::size_t destMax, std::size_t count,
                                              const char* format, ...);
 

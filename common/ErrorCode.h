@@ -180,19 +180,19 @@ inline constexpr std::int32_t COMMAND_SOCKET_ERROR = 913;
 inline constexpr std::int32_t PEER_NEEDS_FILE_PERMISSION = 914;
 }  // namespace FileTransStatus
 
-// The messages of the codes. They never change, so that every call may come from several threads.
+// The messages of the codes. Several threads may ask for them: they never change.
 class ErrorInfo {
  public:
   // The one object of the process, made on first use.
   static ErrorInfo& Instance();
 
-  // The message of a code, or "Unknown error" for a number that is none (every negative one too).
-  // 100 to 102 give the messages of the file operations.
+  // Returns the message of a code, "Unknown error" for every other number. 100 to 102 give the
+  // messages of the file operations.
   std::string GetErrorInfo(int code) const;
 };
 
-// A code in the form in which it is written into log lines: "ACTION_FAILED" for a negative one, its
-// message for every other. May be called from several threads.
+// Returns what a log line tells of a code: "ACTION_FAILED" for a negative one, its message for
+// every other. Several threads may call it.
 std::string GetLogText(int code);
 
 }  // namespace Velmar::ErrorCode

@@ -110,8 +110,7 @@ std::uint32_t ReadBigEndian(const unsigned char* bytes) {
          std::uint32_t{bytes[2]} << 8U | std::uint32_t{bytes[3]};
 }
 
-// The random numbers behind a text. They are drawn in one go, which costs a fraction of drawing
-// them one by one.
+// The random numbers behind a text, drawn in one go.
 class RandomNumbers {
  public:
   // Draws `count` numbers anew, beginning with the one at `first`.
@@ -245,7 +244,7 @@ std::uint32_t GetRandomUint32() {
 }
 
 std::int32_t SeedRandom() {
-  // First of all, since this wait for the kernel has an end.
+  // Before RAND_poll(), whose wait for the kernel's first entropy has no end.
   SecretBytes<kSeedSize> seed;
   if (ReadDevRandom(seed.Data(), kSeedSize) != ACTION_SUCCESS) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Get random number failed.");
@@ -359,7 +358,7 @@ void ClearSensitiveData(void* memory, std::int32_t length) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule,
                 "clear sensitive date error, using random number, len = %d", length);
   }
-  // To the compiler this statement may read the memory, so the copy before it has to happen.
+  // The compiler takes this statement for a reader of the memory, so it keeps the copy.
   asm volatile("" : : "r"(memory) : "memory");
 }
 

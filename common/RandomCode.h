@@ -10,9 +10,9 @@
 // terminator is added. Every failure is logged, as ERROR unless stated otherwise, and no call that
 // reseeds waits longer than some ten seconds for the kernel.
 //
-// All operations may be called from several threads once the process's logger exists. One
-// exception: while CreateRandomPool() runs, no other thread may read the pool, be it through
-// GetRandomPool() or in ClearSensitiveData().
+// Several threads may call all operations once the process's logger exists. One exception: while
+// CreateRandomPool() runs, no other thread may read the pool, be it through GetRandomPool() or in
+// ClearSensitiveData().
 #pragma once
 
 #include <cstdint>
@@ -32,26 +32,26 @@ namespace Velmar::RandomCode {
 [[nodiscard]] std::int32_t ReadDevRandom(unsigned char* buffer, std::int32_t length);
 
 // A random number from 0 to 4294967295, without reseeding. Returns 0, and logs nothing, when the
-// generator fails: not fit for a secret, for which the operations below check every draw. The first
-// draw of a process, without a reseed before it, waits until the kernel has entropy.
+// generator fails: not fit for a secret, for which the operations below check every draw. Without a
+// reseed before it, the first draw of a process waits until the kernel has entropy.
 std::uint32_t GetRandomUint32();
 
 // Reseeds the generator with 64 bytes of ReadDevRandom(). Returns 0, or GET_RANDOM_SEEDS_FAILED
-// (19) when these cannot be had.
+// (19) when the device does not give them.
 std::int32_t SeedRandom();
 
-// Reseeds and writes `length` (at least 1) random bytes to `buffer`. Returns 0. Returns -1 for a
-// null buffer, a length below 1 and a failed reseed, and the buffer is untouched; and for a failed
-// draw, and the buffer's content is not to be used.
+// Reseeds and writes `length` (at least 1) random bytes to `buffer`. Returns 0. Returns -1 and
+// leaves the buffer untouched for a null buffer, a length below 1 and a failed reseed. Returns -1
+// for a failed draw, too, after which the buffer's content is not to be used.
 [[nodiscard]] std::int32_t GetRandNumBytes(unsigned char* buffer, std::int32_t length);
 
 // Reseeds and writes a password of `length` (8 to 256) characters to `buffer`: lower-case and
 // upper-case letters, digits and ~@#%^*_=+[{}],./? , each position drawn on its own, of at least
 // two of these four classes.
 //
-// Tells of a failure only in the log and leaves the buffer as it was then: for a null buffer, a
-// length out of bounds, a failed reseed, a failed draw, and a generator so broken that no second
-// class ever comes. Fill the buffer with something recognisable before, and look.
+// Only the log tells of a failure, and the buffer stays as it was: a null buffer, a length out of
+// bounds, a failed reseed, a failed draw, and a generator so broken that no second class ever
+// comes. Fill the buffer with something recognisable before, and look.
 void GetRandomPasswd(char* buffer, std::int32_t length);
 
 // Reseeds and writes `length` (6 to 256) random digits to `buffer`. Returns 0. Returns -1, and
@@ -86,20 +86,18 @@ void ClearSensitiveData(void* memory, std::int32_t length);
 //
 // Returns 0, or stops at the first failure. The file stays then, possibly overwritten already:
 //   -1:   logged as WARNING: the path names no regular file, or is a symbolic link; the file cannot
-//         be read (after an ERROR) or is too large; or it cannot be removed in the end. As ERROR:
-//         random bytes cannot be had;
+//         be read (after an ERROR) or is too large; or it cannot be removed in the end. Logged as
+//         ERROR: the generator gives no bytes;
 //   102 (INVALID_FILE_PATH): before a pass, the path no longer leads to the file that it led to at
 //         first;
 //   105 (WRITE_FILE_FAILED): the file is empty, cannot be opened for writing or overwritten, or its
 //         permission bits cannot be set.
 //
-// A link at the end of the path is refused; links among the folders are followed when the call
-// begins. Bytes that somebody appends meanwhile are not overwritten. What is overwritten is the
-// file that was looked at first, and what is removed is a name in the folder that was looked at
-// first, whatever files, links and folders somebody exchanges meanwhile. A file with further hard
-// links is overwritten for all of them; they stay, with random content. Who may add such a link is
-// the kernel's decision (fs.protected_hardlinks, which systemd switches on): the file's owner and
-// who may write it.
+// SafeCoverData() follows links among the folders when it begins. From then on it overwrites the
+// file and removes the name that it has found, whatever files, links and folders somebody exchanges
+// meanwhile; bytes that somebody appends meanwhile stay as they are. Further hard links of the file
+// stay, with random content. The kernel decides who may add one (fs.protected_hardlinks, which
+// systemd switches on: the file's owner and who may write it).
 [[nodiscard]] std::int32_t SafeCoverData(const std::string& fileName);
 
 }  // namespace Velmar::RandomCode

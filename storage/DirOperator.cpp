@@ -44,7 +44,7 @@ UniqueDir OpenDirAt(int parent, const char* name) {
 
 bool IsSelfOrParent(std::string_view name) { return name == "." || name == ".."; }
 
-// One removal. `mPath` is the path, as its caller would write it, of the directory at work.
+// One removal. `mPath` names the directory or file at work as the caller would.
 class TreeRemoval {
  public:
   explicit TreeRemoval(std::string path) : mPath(std::move(path)) {}
@@ -119,7 +119,7 @@ struct ParentAndName {
   std::string name;
 };
 
-// Takes a path apart where its last name begins. Trailing slashes are dropped: with them the system
+// Takes a path apart where its last name begins, and drops trailing slashes: for them the system
 // would follow a link in spite of O_NOFOLLOW.
 ParentAndName SplitLastName(const std::string& path) {
   const std::size_t end = path.find_last_not_of('/');

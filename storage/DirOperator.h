@@ -16,8 +16,8 @@
 namespace Velmar {
 
 // The object of a process is SingletonNew<DirOperator>::GetInstance(). It holds constants only:
-// every call reads the environment and the file system afresh, and calls may come from several
-// threads. What the file system does between two steps of a call decides its result.
+// every call reads the environment and the file system afresh, and several threads may call. When
+// the tree changes between two steps of a call, the later step decides the result.
 //
 // Directories are created with mode 0700, less the process's umask. With "HOME" unset, empty or not
 // naming a directory, the tree lies at the root of the file system.
@@ -65,9 +65,9 @@ class BRIMLET_EXPORT DirOperator {
   // True when the path itself is a symbolic link, wherever it leads. Logs nothing.
   bool IsSymLink(const std::string& path);
 
-  // Removes a directory and everything below it. A symbolic link below it is removed as a link. The
-  // removal works on the directories that it has opened, never on names alone: nothing outside of
-  // the tree is removed, also when somebody exchanges folders and links meanwhile.
+  // Removes a directory and everything below it. It removes a symbolic link below it as a link, and
+  // works on the directories that it has opened, never on names alone: nothing outside of the tree
+  // is removed, even when somebody exchanges folders and links meanwhile.
   //
   // Returns 0. Stops at the first failure, leaves the rest in place and returns
   //   -102 (REMOVE_DIR_FAILED negated), logged as ERROR: a directory cannot be opened;
@@ -75,8 +75,7 @@ class BRIMLET_EXPORT DirOperator {
   //   -1:  the path of an entry has more than 4095 characters or an entry cannot be removed (both
   //        logged as ERROR; an entry whose type the file system does not tell counts as a file), or
   //        the emptied directory cannot be removed.
-  // Every directory around a failure is logged once more. One descriptor is open per level of
-  // depth.
+  // Every directory around a failure is logged once more. Each level of depth takes a descriptor.
   int RemoveDir(const std::string& path);
 
   // Places that the application's programs share and that no operation here reads: the casting

@@ -23,8 +23,8 @@ namespace {
 
 constexpr const char* kModule = "UTILS";
 constexpr std::size_t kMaxFileSize = 1048576;
-// The names of comments repeat those of their sections and keys. Enough for a file that is nothing
-// but empty comment lines before a key whose name has 64 characters, its section's included.
+// Enough for a file that is nothing but empty comments, of a key whose name has 60 bytes with its
+// section's.
 constexpr std::size_t kMaxNameBytes = 32 * kMaxFileSize;
 constexpr mode_t kCreateMode = 0666;
 
@@ -76,7 +76,7 @@ class TextParser {
     return StoreComments(key, line, comment);
   }
 
-  // The section comes into being with its first key.
+  // The section comes into being with its first key. It is looked up once: it may have a long name.
   std::unordered_map<std::string, std::string>& SectionKeys() {
     if (mKeys == nullptr) {
       mKeys = &mData.mSections[std::string(mSection)];
@@ -85,20 +85,20 @@ class TextParser {
   }
 
   // Stores what belongs to a line: its own comment, which begins at `comment`, and the comment
-  // lines before it. An empty key stands for the section's header. False: the names of comments
-  // would take too much memory.
+  // lines before it. An empty key stands for the section's header. False: the names would take too
+  // much memory.
   bool StoreComments(std::string_view key, std::string_view line, std::size_t comment) {
     const std::size_t count = mPending.size() + (comment == std::string_view::npos ? 0 : 1);
+    mNameBytes += (count + 1) * (mSection.size() + key.size());
+    if (mNameBytes > kMaxNameBytes) {
+      return false;
+    }
     if (count == 0) {
       return true;
     }
     std::string name(mSection);
     if (!key.empty()) {
       name.append("/").append(key);
-    }
-    mNameBytes += count * name.size();
-    if (mNameBytes > kMaxNameBytes) {
-      return false;
     }
     if (comment != std::string_view::npos) {
       mData.mLineComments.insert_or_assign(name, line.substr(comment));
@@ -114,7 +114,7 @@ class TextParser {
   std::string_view mSection = "default";
   std::unordered_map<std::string, std::string>* mKeys = nullptr;  // of mSection, once it has one
   std::vector<std::string_view> mPending;
-  std::size_t mNameBytes = 0;  // of all comments stored
+  std::size_t mNameBytes = 0;
 };
 
 // Makes the text of a file.
@@ -126,8 +126,7 @@ class TextComposer {
     for (const auto& [section, keys] : mData.mSections) {
       AddLine(section, {"[", section, "]"});
       for (const auto& [key, value] : keys) {
-        mName.assign(section).append("/").append(key);
-        AddLine(mName, {key, "=", value});
+        AddLine(section + "/" + key, {key, "=", value});
       }
     }
     return std::move(mText);
@@ -146,12 +145,8 @@ class TextComposer {
   }
 
   void AddLeadingComments(const std::string& name) {
-    if (mData.mLeadingComments.empty()) {
-      return;
-    }
     for (std::size_t i = 0;; ++i) {
-      mIndexedName.assign(name).append(std::to_string(i));
-      const std::string* const comment = Find(mData.mLeadingComments, mIndexedName);
+      const std::string* const comment = Find(mData.mLeadingComments, name + std::to_string(i));
       if (comment == nullptr) {
         return;
       }
@@ -166,8 +161,6 @@ class TextComposer {
 
   const IniFileData& mData;
   std::string mText;
-  std::string mName;
-  std::string mIndexedName;
 };
 
 // The content of a regular file, of one above the limit only the beginning. Nothing when it cannot

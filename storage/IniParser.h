@@ -14,8 +14,8 @@
 //   ";"   A comment line. It goes with the next header or key line; comment lines behind the last
 //         of these are not kept.
 //   "["   The header of a section. Its name goes to the first "]" or, without one, to the end of
-//         the line. What the line has from its first ";" on is its trailing comment; the rest
-//         behind the name is not kept. A section that has two headers is one section.
+//         the line. Its trailing comment begins at the line's first ";"; the rest behind the name
+//         is not kept. A section that has two headers is one section.
 //   else  A key line of the section in force ("default" before the first header). The key goes to
 //         the first "=", the value from there to the next ";", where the trailing comment begins. A
 //         line without "=" is its own key, and the text before its first ";" is the value. The
@@ -26,11 +26,11 @@
 // A file is written without blank lines, its sections and the keys in them in no particular order,
 // and without sections that have no key. Keys from before the first header come under "[default]".
 //
-// A comment is held under a name that repeats the names of its section and key (see IniFileData). A
-// file whose comments need names of more than 33554432 bytes (32 MiB) in all is not read either: a
-// file within the limit below would take gigabytes of memory by a long name.
+// A comment is held under the names of its section and key (see IniFileData), so that one long name
+// can take gigabytes of memory. A file is not read, either, when these names, counted once for each
+// header, key line and comment, have more than 33554432 bytes (32 MiB) in all.
 //
-// What the dialect cannot keep is not refused, and reads differently once it is written:
+// The setters do not refuse what the dialect cannot keep; it reads differently once it is written:
 //   - in a value, a ";" begins a comment, and what follows a line feed is a line of its own;
 //   - in a key, "=" ends it, and a ";" or "[" at its beginning makes the line something else. A ";"
 //     within it (also when it came from a file) begins a comment, so that key, value and comment
@@ -67,13 +67,13 @@ struct IniFileData {
 
 // Reads, changes and writes files in the dialect above. Holds the content of every file that it has
 // loaded, by path, as long as it lives; a path is a name and no more: two paths of one file are two
-// contents. Getters and setters load the file first, and setters write it back at once, so that the
-// file is the truth; what was changed in memory only is lost with the next load.
+// contents. Getters and setters load the file first, and setters write it back at once: the file is
+// the truth, and a load drops what was changed in memory only.
 //
 // Not thread-safe: an object belongs to one thread at a time, getters included. Several objects and
 // processes that write one file are not coordinated: the last one to write wins.
 //
-// What was read stays in memory, secrets included, and is not wiped in the end.
+// The object does not wipe what it has read, secrets included.
 //
 // Symbolic links are followed. No operation waits for another process, and none leaves a descriptor
 // to a child process.
@@ -98,8 +98,7 @@ class IniParser {
   int SaveAll();
 
   // True when the section of a held content cannot be used: the path is not held, its content is
-  // empty, the section is not there, or it has no key. The one that is the case is logged as
-  // WARNING. Loads nothing.
+  // empty, the section is not there, or it has no key. A WARNING tells which. Loads nothing.
   bool CheckSectionInvalid(const std::string& path, const std::string& section) const;
 
   // Loads a file and returns a copy of its content, or null when it cannot be loaded.
@@ -120,8 +119,8 @@ class IniParser {
 
   // Load a file, set the value of a key, which is made if missing, as its section is, and save the
   // file. They do nothing more when the file cannot be loaded (a missing one is not created), the
-  // section or the key is empty, or the value is null or an empty text. Whether the file could be
-  // written is not told. The value of SetBool is "true" or "false".
+  // section or the key is empty, or the value is null or an empty text. They do not tell whether
+  // the file could be written. The value of SetBool is "true" or "false".
   void SetString(const std::string& path, const std::string& section, const std::string& key,
                  const std::string& value);
   void SetString(const std::string& path, const std::string& section, const std::string& key,
