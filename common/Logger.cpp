@@ -55,19 +55,10 @@ bool ClearPath(const std::string& path) {
   return isLink && unlink(path.c_str()) == 0;
 }
 
-// True when the open file has the name `path` and no other one. The descriptor alone would not
-// tell: the folder's owner may have linked a foreign file there and unlinked it since it was
-// opened.
-bool IsOnlyName(const std::string& path, int fd) {
-  struct stat opened {};
-  struct stat named {};
-  return fstat(fd, &opened) == 0 && lstat(path.c_str(), &named) == 0 &&
-         FileIo::IsSameFile(opened, named) && IsFileOfOneName(named);
-}
-
 UniqueFd OpenWithMode(const std::string& path, int access) {
   UniqueFd fd(open(path.c_str(), access | O_APPEND | kOpenFlags, kLogMode));
-  if (!fd.IsOpen() || !IsOnlyName(path, fd.Get())) {
+  struct stat status {};
+  if (!fd.IsOpen() || fstat(fd.Get(), &status) != 0 || !IsFileOfOneName(status)) {
     return {};
   }
   fchmod(fd.Get(), kLogMode);

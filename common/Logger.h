@@ -38,6 +38,9 @@ inline constexpr LogLevel LOG_LEVEL_CRITICAL = 5;
 //
 // The file may lie in a folder that belongs to somebody else. Whatever that somebody puts at its
 // path, and whenever, the logger touches no other file, does not wait, and copies no foreign data.
+// Only a hard link that is made and unlinked again at the very moment of opening goes unnoticed.
+// The kernel decides whose files he may link (fs.protected_hardlinks, which systemd switches on:
+// his own and those that he may read and write).
 class BRIMLET_EXPORT Logger {
  public:
   Logger();
