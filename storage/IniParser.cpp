@@ -4,19 +4,17 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstddef>
 #include <initializer_list>
-#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "common/FileIo.h"
 #include "common/LogStatement.h"
+#include "utils/Numbers.h"
 
 namespace Velmar {
 namespace {
@@ -204,24 +202,6 @@ int SaveContent(const std::string& path, const IniFileData& data) {
   return 0;
 }
 
-// The number at the beginning of a text, read as a stream would; std::from_chars knows neither
-// leading white space nor a plus sign.
-int ReadInt(std::string_view text) {
-  text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
-  if (text.starts_with('+')) {
-    text.remove_prefix(1);
-    if (text.starts_with('-')) {
-      return 0;
-    }
-  }
-  int number = 0;
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (result.ec != std::errc::result_out_of_range) {
-    return number;
-  }
-  return text.starts_with('-') ? std::numeric_limits<int>::min() : std::numeric_limits<int>::max();
-}
-
 }  // namespace
 
 int IniParser::Load(const std::string& path) {
@@ -296,7 +276,12 @@ std::string IniParser::GetString(const std::string& path, const std::string& sec
 
 int IniParser::GetInt(const std::string& path, const std::string& section, const std::string& key) {
   const std::string* const value = FindValue(path, section, key);
-  return value == nullptr || value->empty() ? -1 : ReadInt(*value);
+  if (value == nullptr || value->empty()) {
+    return -1;
+  }
+  int number = 0;
+  Utils::ReadNumber(*value, number);
+  return number;
 }
 
 bool IniParser::GetBool(const std::string& path, const std::string& section,
