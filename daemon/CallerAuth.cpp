@@ -3,10 +3,8 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstring>
+#include <string>
 
-#include "common/BoundsChecked.h"
 #include "common/LogStatement.h"
 #include "daemon/SenderQuery.h"
 #include "utils/Bus.h"
@@ -16,12 +14,10 @@ namespace Velmar {
 namespace {
 
 constexpr const char* kModule = "ORVIX_BRIMLETD";
-constexpr std::size_t kLinkNameSize = 256;
-
-// Longer than what is ever read into it, so that the path is terminated.
-using PathBuffer = std::array<char, kMaxSenderPathLength + 2>;
-
-}  // namespace
+constexpr const char* kOrvixCorePath = "/opt/apps/com.tolvane.brimlet/files/orvix/bin/OrvixCore";
+constexpr const char* kBrimletMainPath = "/opt/apps/com.tolvane.brimlet/files/brimlet/bin/Brimlet";
+// A longer path is cut off there, and so never admitted.
+constexpr std::size_t kMaxPathLength = 4095;
 
 int GetSenderPid(sd_bus_message* message) {
   const int r = QuerySenderPid(sd_bus_message_get_sender(message));
@@ -33,22 +29,21 @@ int GetSenderPid(sd_bus_message* message) {
   return r;
 }
 
-int GetSenderPath(int pid, char* path) {
-  if (path == nullptr) {
-    return -1;
-  }
-  std::array<char, kLinkNameSize> link{};
-  const int formatted = snprintf_s(link.data(), link.size(), link.size() - 1, "/proc/%d/exe", pid);
-  if (formatted < 0) {
-    return formatted;
-  }
-  const ssize_t length = readlink(link.data(), path, kMaxSenderPathLength);
+// Gives the path of the executable that a process runs. Returns its length, or -1 when it cannot be
+// read: the process may be gone.
+int GetSenderPath(int pid, std::string& path) {
+  const std::string link = "/proc/" + std::to_string(pid) + "/exe";
+  char target[kMaxPathLength];
+  const ssize_t length = readlink(link.c_str(), target, sizeof target);
   if (length < 1) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "GetSenderPath readlink failed , path =%s", link.data());
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "GetSenderPath readlink failed , path =%s", link.c_str());
     return -1;
   }
+  path.assign(target, static_cast<std::size_t>(length));
   return static_cast<int>(length);
 }
+
+}  // namespace
 
 int CheckAuth(sd_bus_message* message) {
   if (message == nullptr) {
@@ -59,32 +54,31 @@ int CheckAuth(sd_bus_message* message) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "GetSenderPid failed. pid = %d", pid);
     return pid;
   }
-  PathBuffer path{};
-  const int length = GetSenderPath(pid, path.data());
+  std::string path;
+  const int length = GetSenderPath(pid, path);
   if (length < 1) {
     return length;
   }
-  if (std::strcmp(path.data(), kOrvixCorePath) == 0 ||
-      std::strcmp(path.data(), kBrimletMainPath) == 0) {
+  if (path == kOrvixCorePath || path == kBrimletMainPath) {
     return 1;
   }
   BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "CheckAuth path:%s failed!",
-              Utils::EscapeControls(path.data()).c_str());
+              Utils::EscapeControls(path).c_str());
   return -1;
 }
 
 int CheckParent(int pid) {
-  PathBuffer path{};
-  const int length = GetSenderPath(pid, path.data());
-  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "CheckParent path:%s r:%d ", path.data(), length);
+  std::string path;
+  const int length = GetSenderPath(pid, path);
+  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "CheckParent path:%s r:%d ", path.c_str(), length);
   if (length < 1) {
     return length;
   }
-  if (std::strcmp(path.data(), kBrimletMainPath) == 0) {
+  if (path == kBrimletMainPath) {
     return 1;
   }
   BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "CheckParent path:%s failed!",
-              Utils::EscapeControls(path.data()).c_str());
+              Utils::EscapeControls(path).c_str());
   return -1;
 }
 

@@ -6,38 +6,17 @@
 // by the daemon's one thread.
 #pragma once
 
-#include <cstddef>
-
 struct sd_bus_message;
 
 namespace Velmar {
 
-// The casting engine: may call the daemon.
-inline constexpr const char* kOrvixCorePath =
-    "/opt/apps/com.tolvane.brimlet/files/orvix/bin/OrvixCore";
-// The main program: may call the daemon, and has to be its parent.
-inline constexpr const char* kBrimletMainPath =
-    "/opt/apps/com.tolvane.brimlet/files/brimlet/bin/Brimlet";
-
-// The longest executable path that is read; a longer one is cut off there and so never admitted.
-inline constexpr std::size_t kMaxSenderPathLength = 4095;
-
-// Returns the process id of the message's sender, which the bus tells (SenderQuery.h). When it does
-// not (the sender may be gone), logs an ERROR and returns a negative error.
-int GetSenderPid(sd_bus_message* message);
-
-// Puts the path of the executable that process `pid` runs into `path`, a buffer of at least
-// kMaxSenderPathLength + 1 zero bytes, and adds no terminator. Returns its length, 1 to
-// kMaxSenderPathLength. Returns -1 when `path` is null, and when the path cannot be read (the
-// process may be gone), which is logged as ERROR.
-int GetSenderPath(int pid, char* path);
-
-// Returns 1 when the sender of the message runs an admitted executable. Otherwise returns a
-// negative value (-1, or what GetSenderPid returned); the reason is logged as ERROR unless
-// `message` is null.
+// Returns 1 when the sender of the message runs the main program or the casting engine. Returns a
+// negative error otherwise: that of SenderQuery.h, or -1. Logs the reason as ERROR, but for a null
+// `message`.
 int CheckAuth(sd_bus_message* message);
 
-// Returns 1 when process `pid` runs the main program, otherwise -1; the reason is logged as ERROR.
+// Returns 1 when process `pid` runs the main program. Returns -1 otherwise and logs the reason as
+// ERROR.
 int CheckParent(int pid);
 
 }  // namespace Velmar

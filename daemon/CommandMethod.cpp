@@ -14,6 +14,11 @@ namespace Velmar {
 namespace {
 
 constexpr const char* kModule = "ORVIX_BRIMLETD";
+// The only line that stops the daemon, byte for byte.
+constexpr const char* kBrimletdExitCommand = "brimletd --exit";
+constexpr const char* kAuthFailedReply = "auth failed";
+constexpr const char* kExecuteFailedReply = "ExecutePopen failed!";
+constexpr std::size_t MAX_BUF_SIZE = 102400;  // of a command's output, a terminator included
 constexpr std::size_t kLineBufferSize = 1024;
 
 // What came of a call, negative for a failure, and whether the caller got a reply all the same.

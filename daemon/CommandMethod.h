@@ -4,28 +4,15 @@
 
 #include <systemd/sd-bus.h>
 
-#include <cstddef>
-
 namespace Velmar {
 
-// The only line that stops the daemon, byte for byte.
-inline constexpr const char* kBrimletdExitCommand = "brimletd --exit";
-
-// The replies that are not a command's output.
-inline constexpr const char* kAuthFailedReply = "auth failed";
-inline constexpr const char* kExecuteFailedReply = "ExecutePopen failed!";
-
-// A command's output has to be shorter than this, in bytes.
-inline constexpr std::size_t MAX_BUF_SIZE = 102400;
-
 // Handles one call of the method:
-//   - the caller is not admitted: replies kAuthFailedReply and does not even read the argument;
+//   - the caller is not admitted: replies "auth failed" and does not even read the argument;
 //   - the argument cannot be read as one string: does not reply;
-//   - the argument is kBrimletdExitCommand: ends the process with exit status 0, without a reply;
+//   - the argument is "brimletd --exit": ends the process with exit status 0, without a reply;
 //   - the policy refuses the line, the shell cannot be started (the line may be too long for it),
-//   or
-//     the output has MAX_BUF_SIZE bytes or more or begins with a zero byte: replies
-//     kExecuteFailedReply;
+//     or the output has 102400 bytes or more, or begins with a zero byte: replies
+//     "ExecutePopen failed!";
 //   - everything else: runs the line through the shell, waits until it has ended, and replies with
 //     its standard output less the last byte (in general a line feed), whatever its exit status.
 //

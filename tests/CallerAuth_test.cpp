@@ -1,5 +1,5 @@
 // Who is admitted: both programs from their installed paths, and nobody else.
-#include "daemon/CallerAuth.h"
+#include "daemon/SenderQuery.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -139,18 +139,14 @@ TEST_F(CallerAuthTest, AsksAgainWhenItsConnectionToTheBusIsLost) {
   const Caller caller;
   const char* name = nullptr;
   sd_bus_get_unique_name(caller.Get(), &name);
-  sd_bus_message* call = nullptr;
-  sd_bus_message_new_method_call(caller.Get(), &call, name, "/", "a.b", "c");
-  sd_bus_message_set_sender(call, name);
   const std::set<int> others = OwnSockets();
-  EXPECT_EQ(Velmar::GetSenderPid(call), getpid());
+  EXPECT_EQ(Velmar::QuerySenderPid(name), getpid());
   for (int i = 0; i < 2; ++i) {
     for (const int socket : OwnSockets()) {
       EXPECT_TRUE(others.contains(socket) || shutdown(socket, SHUT_RDWR) == 0);
     }
-    EXPECT_EQ(Velmar::GetSenderPid(call), getpid());
+    EXPECT_EQ(Velmar::QuerySenderPid(name), getpid());
   }
-  sd_bus_message_unref(call);
 }
 
 TEST_F(CallerAuthTest, LetsNobodyElseStopTheDaemon) {
@@ -159,20 +155,6 @@ TEST_F(CallerAuthTest, LetsNobodyElseStopTheDaemon) {
   stop.back() = "brimletd --exit";
   EXPECT_EQ(RunAndRead(stop), "s \"auth failed\"\n");
   EXPECT_EQ(Caller().Call("echo --add"), "--add");
-}
-
-TEST(SenderPath, IsReadInFullOrReportedMissing) {
-  LogCapture log;
-  std::string path(Velmar::kMaxSenderPathLength + 1, '\0');
-  EXPECT_EQ(Velmar::GetSenderPath(getpid(), path.data()), static_cast<int>(kCorePath.size()));
-  EXPECT_EQ(path.c_str(), kCorePath);
-  EXPECT_EQ(Velmar::GetSenderPath(getpid(), nullptr), -1);
-  EXPECT_EQ(Velmar::CheckAuth(nullptr), -1);
-  EXPECT_EQ(log.Take(), Lines{});
-  EXPECT_EQ(Velmar::CheckParent(-7), -1);
-  EXPECT_EQ(log.Take(),
-            Lines{"[ERROR] [CallerAuth] ORVIX_BRIMLETD: GetSenderPath readlink failed , "
-                  "path =/proc/-7/exe"});
 }
 
 }  // namespace

@@ -20,19 +20,13 @@ std::size_t GetControlLength(std::string_view text) {
 }
 
 void AppendEscaped(std::string& to, char c) {
+  constexpr std::string_view kNamed = "\n\r\t";
   constexpr std::string_view kHexDigits = "0123456789abcdef";
-  switch (c) {
-    case '\n':
-      to.append("\\n");
-      break;
-    case '\r':
-      to.append("\\r");
-      break;
-    case '\t':
-      to.append("\\t");
-      break;
-    default:
-      to.append("\\x").append(1, kHexDigits[ToByte(c) / 16]).append(1, kHexDigits[ToByte(c) % 16]);
+  const std::size_t name = kNamed.find(c);
+  if (name != std::string_view::npos) {
+    to.append(1, '\\').append(1, "nrt"[name]);
+  } else {
+    to.append("\\x").append(1, kHexDigits[ToByte(c) / 16]).append(1, kHexDigits[ToByte(c) % 16]);
   }
 }
 
