@@ -28,6 +28,15 @@ constexpr mode_t kCreateMode = 0666;
 
 using CommentMap = std::unordered_map<std::string, std::string>;
 
+// The name under which the comments of a key line are held, or of a header for an empty key.
+std::string NameOf(std::string_view section, std::string_view key) {
+  std::string name(section);
+  if (!key.empty()) {
+    name.append("/").append(key);
+  }
+  return name;
+}
+
 // Fills an IniFileData from a text. The text has to outlive the parser.
 class TextParser {
  public:
@@ -94,10 +103,7 @@ class TextParser {
     if (count == 0) {
       return true;
     }
-    std::string name(mSection);
-    if (!key.empty()) {
-      name.append("/").append(key);
-    }
+    const std::string name = NameOf(mSection, key);
     if (comment != std::string_view::npos) {
       mData.mLineComments.insert_or_assign(name, line.substr(comment));
     }
@@ -124,7 +130,7 @@ class TextComposer {
     for (const auto& [section, keys] : mData.mSections) {
       AddLine(section, {"[", section, "]"});
       for (const auto& [key, value] : keys) {
-        AddLine(section + "/" + key, {key, "=", value});
+        AddLine(NameOf(section, key), {key, "=", value});
       }
     }
     return std::move(mText);
