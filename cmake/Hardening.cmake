@@ -1,8 +1,8 @@
-# What makes a fault in this code harder to use against the machine it runs on.
+# Makes a fault in this code harder to use against the machine that runs it.
 #
 # brimlet_harden(target): compiles and links a target with it; its dependants inherit nothing. A flag
-# that the compiler does not have for the machine is left out. tests/hardening_test.sh reads off the
-# daemon what has arrived there.
+# that the compiler does not have for the machine is left out. tests/hardening_test.sh looks for each
+# in the daemon.
 
 include(CheckCXXCompilerFlag)
 include(CheckCXXSourceCompiles)

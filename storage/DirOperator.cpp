@@ -90,14 +90,10 @@ class TreeRemoval {
     }
     mPath.append("/").append(entry.d_name);
     BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "removing dir, file path is %s", mPath.c_str());
-    if (entry.d_type != DT_DIR) {
-      const int result = RemoveFileAt(dir, entry.d_name);
-      mPath.resize(dirLength);
-      return result;
-    }
-    const int result = RemoveDirAt(dir, entry.d_name);
+    const bool isDir = entry.d_type == DT_DIR;
+    const int result = isDir ? RemoveDirAt(dir, entry.d_name) : RemoveFileAt(dir, entry.d_name);
     mPath.resize(dirLength);
-    if (result < 0) {
+    if (isDir && result < 0) {
       BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "RemoveDir failed, %s", mPath.c_str());
     }
     return result;
@@ -114,23 +110,15 @@ class TreeRemoval {
   std::string mPath;
 };
 
-struct ParentAndName {
-  std::string parent;
-  std::string name;
-};
-
-// Takes a path apart where its last name begins, and drops trailing slashes: for them the system
-// would follow a link in spite of O_NOFOLLOW.
-ParentAndName SplitLastName(const std::string& path) {
-  const std::size_t end = path.find_last_not_of('/');
-  if (end == std::string::npos) {
-    return path.empty() ? ParentAndName{} : ParentAndName{"/", "."};
+// Takes a path apart into the folder and the last name in it, without trailing slashes: for them
+// the system would follow a link in spite of O_NOFOLLOW.
+std::pair<std::string, std::string> SplitLastName(std::string path) {
+  if (path.find_first_not_of('/') == std::string::npos) {
+    return {path, path.empty() ? "" : "."};
   }
-  const std::size_t slash = path.find_last_of('/', end);
-  if (slash == std::string::npos) {
-    return {".", path.substr(0, end + 1)};
-  }
-  return {path.substr(0, slash + 1), path.substr(slash + 1, end - slash)};
+  path.resize(path.find_last_not_of('/') + 1);
+  const std::size_t name = path.rfind('/') + 1;
+  return {name == 0 ? "." : path.substr(0, name), path.substr(name)};
 }
 
 }  // namespace
@@ -232,10 +220,10 @@ bool DirOperator::IsSymLink(const std::string& path) {
 }
 
 int DirOperator::RemoveDir(const std::string& path) {
-  const auto [parentPath, name] = SplitLastName(path);
-  // The parent is opened first, so that the directory opened and the one removed in the end have
+  const auto [folder, name] = SplitLastName(path);
+  // The folder is opened first, so that the directory opened and the one removed in the end have
   // the same place, whatever happens to the names above it.
-  const UniqueFd parent(open(parentPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const UniqueFd parent(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   return TreeRemoval(path).RemoveDirAt(parent.Get(), name.c_str());
 }
 
