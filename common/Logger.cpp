@@ -215,26 +215,26 @@ void Logger::Rotate(std::int64_t size) {
 
 void Logger::ComposeLine(int level, const char* file, int line, const char* module,
                          const char* message) {
-  mLine.assign(1, '[').append(GetTime()).append("] ");
-  mLine.append("[").append(GetLevelName(level)).append("] ");
+  mLine.assign(1, '[');
+  AppendTime();
+  mLine.append("] [").append(GetLevelName(level)).append("] ");
   mLine.append("[").append(file).append(":").append(std::to_string(line)).append("] ");
   mLine.append(module).append(": ").append(message).append("\n");
 }
 
 // Local time as "26-11-16 20:47:56.123456". The text of a second is made once.
-const char* Logger::GetTime() {
+void Logger::AppendTime() {
   timeval now{};
   gettimeofday(&now, nullptr);
-  constexpr std::size_t kSecondLength = 17;
   if (now.tv_sec != mSecond) {
     tm local{};
     localtime_r(&now.tv_sec, &local);
-    std::strftime(mTime.data(), mTime.size(), "%y-%m-%d %H:%M:%S", &local);
+    std::strftime(mSecondText.data(), mSecondText.size(), "%y-%m-%d %H:%M:%S", &local);
     mSecond = now.tv_sec;
   }
-  snprintf_s(&mTime[kSecondLength], mTime.size() - kSecondLength, mTime.size() - kSecondLength - 1,
-             ".%06ld", static_cast<long>(now.tv_usec));
-  return mTime.data();
+  std::string micros = std::to_string(1000000 + now.tv_usec);
+  micros.front() = '.';  // in place of the 1, which has kept the leading zeros
+  mLine.append(mSecondText.data()).append(micros);
 }
 
 // Writes mLine to the end of a file of `size` bytes. A line of which only a part found room is

@@ -103,15 +103,15 @@ class BRIMLET_EXPORT Logger {
   bool ReopenFullLog();
   void Rotate(std::int64_t size);
   void ComposeLine(int level, const char* file, int line, const char* module, const char* message);
-  const char* GetTime();
+  void AppendTime();
   void AppendLine(std::int64_t size);
 
   const std::int32_t mMaxFileSize = 0x2000000;
   std::string mFilePath;
   UniqueFd mFd;
-  std::time_t mSecond = -1;      // the one that mTime tells
-  std::array<char, 32> mTime{};  // kept from line to line, as is the memory of mLine
-  std::string mLine;
+  std::time_t mSecond = -1;
+  std::array<char, 32> mSecondText{};  // tells mSecond
+  std::string mLine;                   // kept from line to line for its memory
   std::mutex mMutex;
 };
 
