@@ -1,9 +1,9 @@
 # What the scripts have in common. Sourced by them, from the top folder of the tree.
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034
 
 # What is needed to build the daemon, and to start it on a private bus.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev libssl-dev)
-BUS_PACKAGES=(dbus-daemon systemd util-linux)
+BUS_PACKAGES=(dbus-daemon systemd util-linux python3-dbus)
 TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales strace)
 # What the presets that build with Clang need on top, and what the longer checks do.
 CLANG_PACKAGES=(clang libclang-rt-14-dev)
@@ -89,9 +89,9 @@ build() {
   quietly cmake --build --preset "$1"
 }
 
-# build_and_test PRESET TESTS
-build_and_test() {
-  echo "Building ($1)"
-  build "$1"
-  ctest --preset "$1" --tests-regex "$2"
+# emulated PROGRAM: prints the path of a script that starts this program for AArch64 in an emulator.
+emulated() {
+  printf '#!/bin/sh\nexec qemu-aarch64 "%s"\n' "$PWD/$1" >"$1.emulated"
+  chmod +x "$1.emulated"
+  echo "$PWD/$1.emulated"
 }

@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Builds the Debian packages and installs them in a fresh Debian root in a temporary folder. There the
-# demonstration runs against the installed daemon on that root's system bus, a member of the group and a
-# stranger call it, and programs are built against the installed library, the manual's among them.
+# Builds the Debian packages, installs them in a fresh Debian root in a temporary folder, and uses them
+# there. Has the daemon of the packages for AArch64 go through the demonstration, emulated.
 #
 #   scripts/test-package.sh
 #
@@ -16,14 +15,29 @@ if ! as_root true 2>/dev/null; then
   exit 1
 fi
 scripts/package.sh
+if [ "$(dpkg --print-architecture)" != arm64 ]; then
+  scripts/package.sh --arch arm64
+  rm -rf build/package-arm64/files
+  dpkg-deb --extract build/package-arm64/debs/brimletd_*.deb build/package-arm64/files
+  echo "Running the daemon of the package for AArch64"
+  BRIMLET_TESTED_DAEMON=$(emulated build/package-arm64/files/usr/sbin/brimletd) \
+    quietly scripts/demo.sh
+fi
 
 root=$(mktemp -d "${TMPDIR:-/tmp}/brimlet-root-XXXXXX")
 trap 'as_root rm -rf --one-file-system "$root"' EXIT
 echo "Making a fresh root"
 # With the bus, and with what a developer has anyway; the rest is for the packages to ask for.
 quietly as_root mmdebstrap --mode=root --variant=apt --format=directory \
-  --include=ca-certificates,dbus,g++,cmake,make,pkg-config bookworm "$root"
-as_root mkdir "$root/src"
-as_root cp -r build/package/debs/*.deb examples scripts tests/consumer "$root/src/"
-# In a process namespace of its own: with the script everything ends that it has started.
-as_root timeout 600 unshare --mount --pid --fork --kill-child scripts/test_package_session.sh "$root"
+  --include=ca-certificates,dbus,g++,cmake,make,pkg-config,python3-dbus bookworm "$root"
+as_root mkdir -p "$root/src/tests"
+as_root cp -r build/package/debs/*.deb examples scripts "$root/src/"
+as_root cp -r tests/consumer tests/machine.py "$root/src/tests/"
+# With the process namespace everything ends that was started in it. The root is a mount of its own
+# there, which the private machine expects of one.
+# shellcheck disable=SC2016  # expanded by the shell inside
+as_root env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C DEBIAN_FRONTEND=noninteractive \
+  timeout 600 unshare --mount --pid --fork --kill-child sh -c '
+    mount --bind "$1" "$1"
+    exec unshare --mount --root="$1" --mount-proc --wd=/src scripts/test_package_session.sh
+  ' sh "$root"
