@@ -1,5 +1,5 @@
 # Cross-compiles for AArch64 with Debian's compiler and that architecture's packages, which lie beside
-# the machine's own; runs what comes out of it under qemu. scripts/test-aarch64.sh installs all that.
+# the machine's own; runs what comes out of it under qemu. scripts/lib.sh names them.
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)

@@ -1,30 +1,25 @@
 # What the scripts have in common. Sourced by them, from the top folder of the tree.
 # shellcheck shell=bash disable=SC2034
 
-# What is needed to build the daemon, and to start it on a private bus.
+# What builds the daemon, and what starts it on a private bus.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev libssl-dev)
 BUS_PACKAGES=(dbus-daemon systemd util-linux python3-dbus)
+# What the tests need on top, what the presets that build with Clang do, and what the checks do.
 TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales strace)
-# What the presets that build with Clang need on top, and what the longer checks do.
 CLANG_PACKAGES=(clang libclang-rt-14-dev)
-LINT_PACKAGES=(clang-format clang-tidy cppcheck git)
-# The benchmarks, with what they are compared with.
-BENCH_PACKAGES=(libbenchmark-dev libre2-dev libspdlog-dev libsimpleini-dev libsodium-dev python3 git
-  strace binutils)
-# What else runs commands as root, and a daemon to compare the idle one with.
-PEER_PACKAGES=(sudo opendoas pkexec rtkit)
+LINT_PACKAGES=(clang-format clang-tidy cppcheck git shellcheck)
+PACKAGE_PACKAGES=(dpkg-dev file lintian man-db mandoc)
 # The compiler for AArch64, what it links with, and what runs the result.
 AARCH64_PACKAGES=(g++-aarch64-linux-gnu pkgconf:arm64 libsystemd-dev:arm64 libssl-dev:arm64
   libgtest-dev:arm64 libstdc++6:arm64 qemu-user)
-PACKAGE_PACKAGES=(dpkg-dev file lintian man-db mandoc)
+# What is compared in the benchmarks: libraries, and other ways to run a command as root.
+BENCH_PACKAGES=(libbenchmark-dev libre2-dev libspdlog-dev libsimpleini-dev libsodium-dev python3 git
+  strace binutils)
+PEER_PACKAGES=(sudo opendoas pkexec rtkit)
 
 # as_root COMMAND...: through sudo where this is an ordinary user. Asks nothing.
 as_root() {
-  if [ "$(id -u)" -eq 0 ]; then
-    "$@"
-  else
-    sudo -n "$@"
-  fi
+  if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo -n "$@"; fi
 }
 
 # is_installed PACKAGE[:ARCHITECTURE]: of the machine's own architecture unless told otherwise; that
@@ -56,21 +51,16 @@ install_missing() {
     apt-get -qq install -y --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# unpack PACKAGE: its files in build/PACKAGE, for what would change the machine if it were installed.
-unpack() {
-  [ ! -d "build/$1" ] || return 0
-  mkdir -p build
-  (
-    folder=$(mktemp -d -p build)
-    trap 'rm -rf "$folder"' EXIT
-    download() { (cd "$folder" && apt-get -qq download "$1") >"$folder/output" 2>&1; }
-    if download "$1" || { as_root apt-get -qq update && download "$1"; }; then
-      dpkg-deb --extract "$folder/$1"_*.deb "$folder/files"
-      mv "$folder/files" "build/$1"
-    else
-      echo "$1 cannot be fetched: $(tail -n 1 "$folder/output")" >&2
-    fi
-  )
+# unpack_broker: the other implementation of the bus in build/dbus-broker, since to install it would
+# make it the machine's own bus. Where it cannot be fetched, its tests are skipped.
+unpack_broker() {
+  local download=build/download
+  [ ! -d build/dbus-broker ] || return 0
+  mkdir -p $download
+  (cd $download && { quietly apt-get -qq download dbus-broker ||
+    { as_root apt-get -qq update && quietly apt-get -qq download dbus-broker; }; }) || return 0
+  dpkg-deb --extract $download/dbus-broker_*.deb $download/files
+  mv $download/files build/dbus-broker
 }
 
 # quietly COMMAND...: shows what a command prints only if it fails.
@@ -85,6 +75,7 @@ quietly() {
 
 # build PRESET [CMAKE-OPTION...]: configures and builds.
 build() {
+  echo "Building ($1)" >&2
   quietly cmake --preset "$@"
   quietly cmake --build --preset "$1"
 }

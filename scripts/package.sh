@@ -12,29 +12,26 @@ cd "$(dirname "$0")/.."
 . scripts/lib.sh
 umask 022
 
-own=$(dpkg --print-architecture)
-architecture=$own
+own=$(dpkg --print-architecture) preset=package
 if [ "${1-}" = --arch ]; then
-  architecture=${2-}
-  shift "$(($# < 2 ? $# : 2))"
+  case ${2-} in
+    "$own") ;;
+    arm64)
+      preset="package-arm64"
+      install_missing "${AARCH64_PACKAGES[@]}"
+      ;;
+    *)
+      echo "usage: scripts/package.sh [--arch $own|arm64] [CMAKE-OPTION...]" >&2
+      exit 2
+      ;;
+  esac
+  shift 2
 fi
-case $architecture in
-  "$own") preset=package ;;
-  arm64)
-    preset="package-arm64"
-    install_missing "${AARCH64_PACKAGES[@]}"
-    ;;
-  *)
-    echo "usage: scripts/package.sh [--arch $own|arm64] [CMAKE-OPTION...]" >&2
-    exit 2
-    ;;
-esac
 install_missing "${BUILD_PACKAGES[@]}" "${PACKAGE_PACKAGES[@]}"
 
 released=$(sed -n 's/^## \[[0-9.]*\] - //p' CHANGELOG.md | head -n 1)
 SOURCE_DATE_EPOCH=$(date --utc --date="${released:?}" +%s)
 export SOURCE_DATE_EPOCH
-echo "Building ($preset)"
 rm -rf "build/$preset/debs"
 build "$preset" --fresh "$@"
 quietly cpack --config "build/$preset/CPackConfig.cmake" -B "build/$preset/debs"

@@ -17,9 +17,8 @@ fi
 scripts/package.sh
 if [ "$(dpkg --print-architecture)" != arm64 ]; then
   scripts/package.sh --arch arm64
-  rm -rf build/package-arm64/files
+  echo "Running the daemon of this package"
   dpkg-deb --extract build/package-arm64/debs/brimletd_*.deb build/package-arm64/files
-  echo "Running the daemon of the package for AArch64"
   BRIMLET_TESTED_DAEMON=$(emulated build/package-arm64/files/usr/sbin/brimletd) \
     quietly scripts/demo.sh
 fi
@@ -28,7 +27,7 @@ root=$(mktemp -d "${TMPDIR:-/tmp}/brimlet-root-XXXXXX")
 trap 'as_root rm -rf --one-file-system "$root"' EXIT
 echo "Making a fresh root"
 # With the bus, and with what a developer has anyway; the rest is for the packages to ask for.
-quietly as_root mmdebstrap --mode=root --variant=apt --format=directory \
+quietly as_root mmdebstrap --mode=root --variant=apt --format=directory --dpkgopt=force-unsafe-io \
   --include=ca-certificates,dbus,g++,cmake,make,pkg-config,python3-dbus bookworm "$root"
 as_root mkdir -p "$root/src/tests"
 as_root cp -r build/package/debs/*.deb examples scripts "$root/src/"

@@ -14,7 +14,7 @@ install_missing "${BUILD_PACKAGES[@]}" "${BUS_PACKAGES[@]}" "${TEST_PACKAGES[@]}
 case $preset in
   clang | *san*) install_missing "${CLANG_PACKAGES[@]}" ;;
 esac
-# To install this one would make it the machine's own bus.
-command -v dbus-broker-launch >/dev/null || unpack dbus-broker
+command -v dbus-broker-launch >/dev/null || unpack_broker
 export BRIMLET_BROKER_DIR=$PWD/build/dbus-broker/usr/bin
-build_and_test "$preset" "${2:-.}"
+build "$preset"
+ctest --preset "$preset" --parallel "$(nproc)" --tests-regex "${2:-.}"
