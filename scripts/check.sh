@@ -36,9 +36,9 @@ memory() {
 # llvm_cov COMMAND [OPTION...]: on the daemon and the library's tests. Each program has a main() of
 # its own, of which llvm-cov warns.
 llvm_cov() {
-  find build/coverage/bin build/coverage/tests -type f -executable -printf '-object\0%p\0' |
-    xargs -0 llvm-cov "$@" --instr-profile build/coverage/profile \
-      --sources common storage utils verifycmds daemon 2> >(grep -v 'mismatched data' >&2)
+  find build/coverage/tests -maxdepth 1 -name '*_test' -printf '-object\0%p\0' |
+    xargs -0 llvm-cov "$@" --instr-profile build/coverage/profile build/coverage/bin/brimletd \
+      common storage utils verifycmds daemon 2> >(grep -v 'mismatched data' >&2)
 }
 
 # Left out: tests that build with other options what they try. A daemon that is killed counts, too:
@@ -47,7 +47,7 @@ coverage() {
   install_missing "${CLANG_PACKAGES[@]}" llvm
   build coverage
   rm -rf build/coverage/profiles
-  ctest --preset coverage --exclude-regex '^(install_test|wipe_lto_test)$'
+  ctest --preset coverage --parallel "$(nproc)" --exclude-regex '^(install_test|wipe_lto_test)$'
   llvm-profdata merge --sparse --output build/coverage/profile build/coverage/profiles/*.profraw
   llvm_cov export --format=lcov | awk -F '[:,]' '
     /^SF:/ { file = $2 } /^DA:.*,0$/ { print file ":" $2 ": no test runs this line" }'
