@@ -1,4 +1,4 @@
-# Installation: the daemon, the library with its headers, and what other projects find it by.
+# Installation: the programs, the library with its headers, and what other projects find it by.
 
 include(CMakePackageConfigHelpers)
 
@@ -6,6 +6,8 @@ set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/brimlet")
 
 install(TARGETS brimletd
   RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT daemon)
+install(TARGETS brimlet-check
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT daemon)
 install(TARGETS brimlet EXPORT brimletTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)

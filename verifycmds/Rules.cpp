@@ -12,7 +12,7 @@ using Word = const std::string&;
 using Utils::HasNumberInRange;
 
 constexpr Shape kAny{"any", "any word at all", [](Word) { return true; }};
-constexpr Shape kOrvix0{"orvix0", "this word alone", [](Word word) { return word == "orvix0"; }};
+constexpr Shape kOrvix0{"orvix0", "", [](Word word) { return word == "orvix0"; }};
 constexpr Shape kWord{"word", "one or more ASCII letters, digits and underscores", Utils::IsWord};
 constexpr Shape kWord16{"word-16", "a word of exactly 16 bytes",
                         [](Word word) { return word.size() == 16 && Utils::IsWord(word); }};

@@ -11,10 +11,10 @@
 
 namespace Velmar {
 
-// A kind of argument.
+// A kind of argument, or a fixed word.
 struct Shape {
   std::string_view name;     // as the grammar writes it: a fixed word as itself
-  std::string_view accepts;  // told to people
+  std::string_view accepts;  // told to people; empty for a fixed word
   bool (*matches)(const std::string& word);
 };
 
