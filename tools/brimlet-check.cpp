@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "utils/Escape.h"
+#include "utils/Split.h"
 #include "verifycmds/Rules.h"
 
 namespace {
@@ -19,6 +20,7 @@ using Velmar::Fault;
 using Velmar::Rule;
 using Velmar::Shape;
 using Velmar::Verdict;
+using Words = std::vector<std::string>;
 
 enum ExitStatus { kAllAllowed = 0, kOneRefused = 1, kWrongUse = 2 };
 
@@ -30,7 +32,7 @@ constexpr std::string_view kUsage =
     "A LINE that begins with \"-\" has to follow \"--\".\n"
     "Exit status: 0 all lines are allowed, 1 one is refused, 2 wrong use.\n";
 
-const std::string kAnyForm = "PROGRAM OPTION-WORD [ARGUMENT...]";
+constexpr const char* kAnyForm = "PROGRAM OPTION-WORD [ARGUMENT...]";
 constexpr std::size_t kMostShown = 80;  // bytes of a word
 
 // A word in quotes. A byte outside ASCII is written in hexadecimal: no shape allows one, and it may
@@ -49,20 +51,6 @@ std::string Quote(std::string_view word) {
   return quoted + (word.size() > kMostShown ? "...\"" : "\"");
 }
 
-// The number of words, as the judge counts them.
-std::size_t CountWords(std::string_view line) {
-  const auto blanks = static_cast<std::size_t>(std::ranges::count(line, ' '));
-  return blanks + (line.empty() || line.back() == ' ' ? 0 : 1);
-}
-
-// A word that is there.
-std::string_view GetWord(std::string_view line, std::size_t index) {
-  for (; index > 0; --index) {
-    line.remove_prefix(line.find(' ') + 1);
-  }
-  return line.substr(0, line.find(' '));
-}
-
 std::string GetForm(const Rule& rule) {
   std::string form(rule.program.empty() ? "PROGRAM" : rule.program);
   form.append(" ").append(rule.option);
@@ -79,15 +67,26 @@ char ToLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' +
 std::size_t GetDistance(std::string_view a, std::string_view b) {
   std::vector<std::size_t> row(b.size() + 1);  // from the part of `a` so far to each start of `b`
   std::iota(row.begin(), row.end(), 0);
-  for (std::size_t i = 0; i < a.size(); ++i) {
+  for (const char c : a) {
     std::size_t diagonal = row[0]++;
     for (std::size_t j = 0; j < b.size(); ++j) {
-      const std::size_t changed = diagonal + (ToLower(a[i]) == ToLower(b[j]) ? 0 : 1);
+      const std::size_t changed = diagonal + (ToLower(c) == ToLower(b[j]) ? 0 : 1);
       diagonal = row[j + 1];
       row[j + 1] = std::min({changed, row[j] + 1, row[j + 1] + 1});
     }
   }
   return row.back();
+}
+
+// The rule that a refused line should follow; null where its option word is missing or empty.
+const Rule* FindRule(const Words& words, const Verdict& verdict) {
+  if (verdict.fault != Fault::kUnknownOption || words[1].empty()) {
+    return verdict.rule;
+  }
+  const auto distance = [start = words[1].substr(0, kMostShown)](const Rule& rule) {
+    return GetDistance(start, rule.option);
+  };
+  return &*std::ranges::min_element(Velmar::GetRules(), {}, distance);
 }
 
 std::string ExplainCount(std::size_t count, const Rule& rule) {
@@ -96,55 +95,42 @@ std::string ExplainCount(std::size_t count, const Rule& rule) {
   return rule.maxWords == rule.minWords ? reason : reason + " or " + std::to_string(rule.maxWords);
 }
 
-std::string ExplainWord(std::string_view line, std::size_t index, std::string_view fault) {
-  return "word " + std::to_string(index) + ", " + Quote(GetWord(line, index)) + ", is " +
-         std::string(fault);
-}
-
-// The rule that a refused line should follow; null where its option word is missing or empty.
-const Rule* FindRule(std::string_view line, const Verdict& verdict) {
-  if (verdict.fault != Fault::kUnknownOption || GetWord(line, 1).empty()) {
-    return verdict.rule;
-  }
-  const auto distance = [start = GetWord(line, 1).substr(0, kMostShown)](const Rule& rule) {
-    return GetDistance(start, rule.option);
-  };
-  return &*std::ranges::min_element(Velmar::GetRules(), {}, distance);
+std::string ExplainWord(const Words& words, std::size_t index, const std::string& fault) {
+  return "word " + std::to_string(index) + ", " + Quote(words[index]) + ", is " + fault;
 }
 
 // Why a line is refused; `rule` is from FindRule().
-std::string Explain(std::string_view line, const Verdict& verdict, const Rule* rule) {
-  switch (verdict.fault) {
-    case Fault::kNone:
-      break;
-    case Fault::kNoOption:
-      return "too few words: " + std::to_string(CountWords(line)) + " instead of at least 2";
-    case Fault::kUnknownOption:
-      return rule == nullptr
-                 ? "word 1 is empty: there are two blanks in a row"
-                 : ExplainWord(line, 1,
-                               "no option word; the nearest is " + std::string(rule->option));
-    case Fault::kWordCount:
-      return ExplainCount(CountWords(line), *rule);
-    case Fault::kProgram:
-      return ExplainWord(line, 0, "not " + std::string(rule->program));
-    case Fault::kArgument:
-      const Shape& shape = *rule->arguments[verdict.word - 2];
-      const std::string no = shape.accepts.empty() ? "not " : "no ";  // a fixed word, or a kind
-      return ExplainWord(line, verdict.word, no + std::string(shape.name));
+std::string Explain(const Words& words, const Verdict& verdict, const Rule* rule) {
+  if (verdict.fault == Fault::kNoOption) {
+    return "too few words: " + std::to_string(words.size()) + " instead of at least 2";
   }
-  return "";
+  if (rule == nullptr) {
+    return "word 1 is empty: there are two blanks in a row";
+  }
+  if (verdict.fault == Fault::kUnknownOption) {
+    return ExplainWord(words, 1, "no option word; the nearest is " + std::string(rule->option));
+  }
+  if (verdict.fault == Fault::kWordCount) {
+    return ExplainCount(words.size(), *rule);
+  }
+  if (verdict.fault == Fault::kProgram) {
+    return ExplainWord(words, 0, "not " + std::string(rule->program));
+  }
+  const Shape& shape = *rule->arguments[verdict.word - 2];
+  const std::string no = shape.accepts.empty() ? "not " : "no ";  // a fixed word, or a kind
+  return ExplainWord(words, verdict.word, no + std::string(shape.name));
 }
 
 // Prints the verdict on a line. True when it is allowed.
-bool JudgeLine(std::string_view line, bool showsForm) {
+bool JudgeLine(const std::string& line, bool showsForm) {
   const Verdict verdict = Velmar::Judge(line);
   if (verdict.fault == Fault::kNone) {
     std::cout << "allowed\n";
     return true;
   }
-  const Rule* const rule = FindRule(line, verdict);
-  std::cout << "refused: " << Explain(line, verdict, rule) << '\n';
+  const Words words = Velmar::Utils::Split(line, " ");
+  const Rule* const rule = FindRule(words, verdict);
+  std::cout << "refused: " << Explain(words, verdict, rule) << '\n';
   if (showsForm) {
     std::cout << "  " << (rule == nullptr ? kAnyForm : GetForm(*rule)) << '\n';
   }
@@ -189,7 +175,7 @@ void PrintGrammar() {
   std::ranges::for_each(shapes, [](const Shape* shape) { PrintShape(*shape); });
 }
 
-int Run(const std::vector<std::string>& arguments) {
+int Run(const Words& arguments) {
   if (arguments.empty()) {
     return JudgeInput() ? kAllAllowed : kOneRefused;
   }
@@ -215,7 +201,7 @@ int Run(const std::vector<std::string>& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const int status = Run(std::vector<std::string>(argv + 1, argv + argc));
+  const int status = Run({argv + 1, argv + argc});
   if (!std::cout.flush() || std::ferror(stdin) != 0) {
     std::perror("brimlet-check");
     return kWrongUse;
