@@ -1,61 +1,42 @@
-#include <dirent.h>
-#include <fcntl.h>
-#include <unistd.h>
+// How long it takes to remove a folder, next to the standard library. It lies in the working
+// folder.
+#include <benchmark/benchmark.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 
-#include "benchmarks/Line.h"
-#include "benchmarks/Units.h"
 #include "common/Singleton.h"
-#include "common/UniqueFd.h"
 #include "storage/DirOperator.h"
-#include "tests/Support.h"
 
-namespace BrimletBench {
 namespace {
 
-constexpr int kFiles = 10000;
+using benchmark::State;
 
-std::string Path() {
-  static const BrimletTest::TempFolder folder;
-  return folder / "tree";
-}
-
-void MakeTree() {
-  std::filesystem::create_directory(Path());
-  for (int i = 0; i < kFiles; ++i) {
-    const std::string path = Path() + "/file" + std::to_string(i);
-    const Velmar::UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    Require(file.IsOpen(), "open");
+void MakeTree(State& state) {
+  std::filesystem::create_directory("tree");
+  for (int i = 0; i < state.range(0); ++i) {
+    std::ofstream("tree/file" + std::to_string(i));
   }
 }
 
-void RemoveDir() {
-  Require(Velmar::SingletonNew<Velmar::DirOperator>::GetInstance().RemoveDir(Path()) == 0,
-          "RemoveDir");
-}
-
-// Leaves out directories below, and the paths that a message would need.
-void LeastRemoval() {
-  DIR* const dir = opendir(Path().c_str());
-  // cppcheck-suppress readdirCalled
-  while (const dirent* const entry = readdir(dir)) {
-    if (entry->d_name[0] != '.') {
-      unlinkat(dirfd(dir), entry->d_name, 0);
-    }
+void RemoveDir(State& state) {
+  MakeTree(state);
+  for (auto _ : state) {
+    Velmar::SingletonNew<Velmar::DirOperator>::GetInstance().RemoveDir("tree");
   }
-  closedir(dir);
-  Require(rmdir(Path().c_str()) == 0, "rmdir");
+  if (std::filesystem::exists("tree")) {
+    state.SkipWithError("not removed");
+  }
 }
+BENCHMARK(RemoveDir)->Arg(10000)->Iterations(1)->UseRealTime();
+
+void RemoveDir_filesystem(State& state) {
+  MakeTree(state);
+  for (auto _ : state) {
+    std::filesystem::remove_all("tree");
+  }
+}
+BENCHMARK(RemoveDir_filesystem)->Arg(10000)->Iterations(1)->UseRealTime();
 
 }  // namespace
-
-void AddDirOperator() {
-  Line("RemoveDir, 10000 files", RepeatPrepared(MakeTree, RemoveDir), UseManualTime)
-      .Floor(1.1, RepeatPrepared(MakeTree, LeastRemoval))
-      .Peer("remove_all", 1.1,
-            RepeatPrepared(MakeTree, [] { std::filesystem::remove_all(Path()); }));
-}
-
-}  // namespace BrimletBench

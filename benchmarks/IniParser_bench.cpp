@@ -1,100 +1,55 @@
-#include "storage/IniParser.h"
+// How long it takes to load a file of settings, next to SimpleIni. The files lie in the working
+// folder.
+#include <benchmark/benchmark.h>
 
+#include "storage/IniParser.h"
 #define SI_CONVERT_ICU  // as its package is built
 #include <SimpleIni.h>
 
 #include <cstddef>
+#include <fstream>
 #include <string>
 
-#include "benchmarks/Line.h"
-#include "benchmarks/Units.h"
-#include "tests/Support.h"
-
-namespace BrimletBench {
 namespace {
 
-constexpr const char* kText = "a value of some length";
+using benchmark::State;
 
-// Sections of twenty keys with a comment each. Trailing comments are left out: to the peer they
-// belong to the values.
-std::string MakeText(std::size_t size) {
+// Sections of twenty keys under a comment each, as many whole lines as there is room for. Comments
+// behind values are left out: to SimpleIni they belong to the values.
+std::string MakeFile(State& state) {
+  const auto size = static_cast<std::size_t>(state.range(0));
   std::string text;
   for (int i = 0; text.size() < size; ++i) {
-    if (i % 20 == 0) {
-      const std::string section = std::to_string(i / 20);
-      text.append(";about section ").append(section).append("\n[section").append(section);
-      text.append("]\n");
+    const std::string section = std::to_string(i / 20);
+    text += i % 20 == 0 ? ";about section " + section + "\n[section" + section + "]\n" : "";
+    text += "key_" + std::to_string(i) + "=a value of some length\n";
+  }
+  std::ofstream("settings") << text.substr(0, text.rfind('\n', size - 1) + 1);
+  return "settings";
+}
+
+void IniLoad(State& state) {
+  const std::string path = MakeFile(state);
+  for (auto _ : state) {
+    Velmar::IniParser parser;
+    if (parser.Load(path) != 0) {
+      state.SkipWithError("not loaded");
+      break;
     }
-    text.append("key_").append(std::to_string(i)).append("=").append(kText).append("\n");
   }
-  // Whole lines, and not more bytes than asked for.
-  text.resize(text.rfind('\n', size - 1) + 1);
-  return text;
 }
+BENCHMARK(IniLoad)->Arg(4 << 10)->Arg(64 << 10)->Arg(1 << 20);
 
-constexpr const char* kSection = "section0";
-constexpr const char* kKey = "key_7";
-constexpr int kNumber = 4711;
-
-bool Load(const std::string& path) {
-  Velmar::IniParser parser;
-  return parser.Load(path) == 0;
-}
-
-bool LoadByPeer(const std::string& path) {
-  CSimpleIniCaseA ini;
-  return ini.LoadFile(path.c_str()) >= 0;
-}
-
-bool Set(const std::string& path) {
-  Velmar::IniParser parser;
-  parser.SetInt(path, kSection, kKey, kNumber);
-  return true;
-}
-
-bool SetByPeer(const std::string& path) {
-  CSimpleIniCaseA ini;
-  return ini.LoadFile(path.c_str()) >= 0 && ini.SetLongValue(kSection, kKey, kNumber) >= 0 &&
-         ini.SaveFile(path.c_str(), false) >= 0;
-}
-
-std::string Value(const std::string& path) {
-  return Velmar::IniParser().GetString(path, kSection, kKey);
-}
-
-std::string ValueByPeer(const std::string& path) {
-  CSimpleIniCaseA ini;
-  return ini.LoadFile(path.c_str()) >= 0 ? ini.GetValue(kSection, kKey, "") : "";
-}
-
-// Each writes a file of its own: SimpleIni separates sections by empty lines, with which ours does
-// not load a file, and ours writes the keys in another order.
-void AddSize(std::size_t size, const std::string& name, double loadBound) {
-  static const BrimletTest::TempFolder folder;
-  const std::string text = MakeText(size);
-  const std::string path = folder / (std::to_string(size) + "-read");
-  const std::string ownPath = folder / (std::to_string(size) + "-brimlet");
-  const std::string peerPath = folder / (std::to_string(size) + "-peer");
-  for (const std::string& file : {path, ownPath, peerPath}) {
-    BrimletTest::WriteWhole(file, text);
+void IniLoad_SimpleIni(State& state) {
+  const std::string path = MakeFile(state);
+  for (auto _ : state) {
+    CSimpleIniCaseA parser;
+    if (parser.LoadFile(path.c_str()) < 0) {
+      state.SkipWithError("not loaded");
+      break;
+    }
   }
-  Require(Load(path) && Value(path) == kText, "IniParser::Load");
-  Require(LoadByPeer(path) && ValueByPeer(path) == kText, "SimpleIni: load");
-  const std::string number = std::to_string(kNumber);
-  Require(Set(ownPath) && Load(ownPath) && Value(ownPath) == number, "IniParser::SetInt");
-  Require(SetByPeer(peerPath) && ValueByPeer(peerPath) == number, "SimpleIni: set");
-  Line("INI load, " + name, Repeat(path, Direct<Load>()))
-      .Peer("SimpleIni", loadBound, Repeat(path, Direct<LoadByPeer>()));
-  Line("INI SetInt, " + name, Repeat(ownPath, Direct<Set>()))
-      .Peer("SimpleIni", 0.65, Repeat(peerPath, Direct<SetByPeer>()));
 }
+BENCHMARK(IniLoad_SimpleIni)->Arg(4 << 10)->Arg(64 << 10)->Arg(1 << 20);
 
 }  // namespace
-
-void AddIniParser() {
-  AddSize(4096, "4 KiB", 0.8);
-  AddSize(65536, "64 KiB", 0.65);
-  AddSize(1048576, "1 MiB", 0.65);
-}
-
-}  // namespace BrimletBench

@@ -1,175 +1,117 @@
-#!/usr/bin/env python3
-"""Runs the benchmarks in rounds and prints one table of ratios in Markdown.
+#!/usr/bin/python3
+"""Makes one table in Markdown of what the benchmarks have written.
 
-    table.py ROUNDS MIN_TIME UNITS [END_TO_END_JSON]
+    table.py JSON...
 
-In each round UNITS runs every benchmark once, each next to its floor and its peers, for at least
-MIN_TIME seconds. A benchmark is named "line|who|bound"; of who is "brimlet" the time is ours, of
-"#what" it is no time but the counter "count" that is held against the bound.
-
-A figure is the 10th percentile of our times divided by that of the other's times: what the machine
-takes away in some rounds is left out on both sides. In brackets stand the 10th and the 90th
-percentile of the ratios of the single rounds.
-
-END_TO_END_JSON is a list of what was measured elsewhere: the ratios of the rounds, whose median is
-the figure, or a number that is no ratio. Entries of one line belong together; bounds may be missing.
-Notes are printed below the table.
-
-    {"line": "trivial command", "floor": [1.1, 1.12], "bound_floor": 1.17}
-    {"line": "trivial command", "peer": [0.3, 0.31], "peer_name": "doas", "bound_peer": 0.4}
-    {"line": "trivial command", "value": 22, "unit": "system calls", "bound": 24}
-    {"note": "doas: not measured: not installed"}
+The files are results of Google Benchmark. "Work_peer/argument" is what "Work/argument" is held
+against; "Work" alone is held against a bound in its own unit.
 """
-
 import json
-import subprocess
 import sys
 
-HEAD = ["line", "takes", "times the floor", "at most", "times the peer", "at most", "within"]
+# What is measured, its name, the peer's, and the bound. A time may be at most so many times the
+# peer's; what has no peer is a number. Without a bound it is only shown.
+BOUNDS = [
+    ("one trivial command", "Trivial", "popen", 1.12),
+    ("one trivial command", "Trivial", "doas", 0.35),
+    ("one trivial command", "Trivial", "sudo", None),
+    ("one trivial command", "Trivial", "pkexec", None),
+    ("one refused command", "Refused", "popen", 1.4),
+    ("16 callers at once, a command", "Callers", "popen", 1.2),
+    ("100 kB of output in one line", "OneLine", "popen", 1.2),
+    ("100 kB of output in one-byte lines", "ByteLines", "popen", 2.2),
+    ("20 MB of any byte in a line, refused", "LongLine", None, 0.5e9),
+    ("memory for it", "LongLineMemory", None, 3),
+    ("memory when idle (PSS)", "IdleMemory", "rtkit", 1),
+    ("the daemon's file, stripped", "FileSize", None, 110),
+    ("policy, --add", "Policy/add", "RE2", 1),
+    ("policy, --setIP", "Policy/setIP", "RE2", 1),
+    ("policy, --hostapd", "Policy/hostapd", "RE2", 1),
+    ("policy, --disconbt", "Policy/disconbt", "RE2", 1),
+    ("IsWord, 5 bytes", "IsWord/5", "RE2", 1),
+    ("IsWord, 64 bytes", "IsWord/64", "RE2", 1),
+    ("IsWord, 4 KiB", "IsWord/4096", "RE2", 1),
+    ("IsNumber, 5 bytes", "IsNumber/5", "RE2", 1),
+    ("IsNumber, 64 bytes", "IsNumber/64", "RE2", 1),
+    ("IsNumber, 4 KiB", "IsNumber/4096", "RE2", 1),
+    ("IsMacAddress", "IsMacAddress", "RE2", 1),
+    ("IsIpv4Address", "IsIpv4Address", "RE2", 1),
+    ("line of the log", "LogLine", "spdlog", 1.1),
+    ("rotation of a log of 32 MiB", "Rotation", "filesystem", 1.15),
+    ("INI file loaded, 4 KiB", "IniLoad/4096", "SimpleIni", 1),
+    ("INI file loaded, 64 KiB", "IniLoad/65536", "SimpleIni", 1),
+    ("INI file loaded, 1 MiB", "IniLoad/1048576", "SimpleIni", 0.8),
+    ("password of 16 characters", "Password/16", "libsodium", 1.6),
+    ("password of 256 characters", "Password/256", "libsodium", 0.12),
+    ("32 random letters", "Letters/32", "libsodium", 0.8),
+    ("folder of 10000 files removed", "RemoveDir/10000", "filesystem", 1.15),
+]
+PEERS = {"popen": "popen service", "rtkit": "rtkit-daemon", "filesystem": "std::filesystem"}
+HEAD = ["what", "takes", "next to", "takes", "ratio", "at most", ""]
+NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
-def percentile(values, percent):
-    values = sorted(values)
-    return values[round((len(values) - 1) * percent / 100)]
+def key_of(name):
+    """The work and the peer in a name, without what Google Benchmark adds of how it has run it."""
+    function, *rest = name.split("/")
+    work, _, peer = function.partition("_")
+    return "/".join([work, *(part for part in rest if ":" not in part and "_time" not in part)]), peer
 
 
-def show_ratio(value):
-    return f"{value:.2f}" if value >= 1 else f"{value:.3f}"
-
-
-class Ratio:
-    """How many times as long as something else, with its spread and its bound."""
-
-    def __init__(self, figure, rounds, bound, name=""):
-        self.figure, self.rounds, self.bound, self.name = figure, rounds, bound, name
-
-    def cells(self):
-        low, high = (show_ratio(percentile(self.rounds, percent)) for percent in (10, 90))
-        text = f"{show_ratio(self.figure)} ({low}-{high})"
-        return [f"{self.name} {text}".strip(), "" if self.bound is None else f"{self.bound:g}"]
-
-    def is_within(self):
-        return self.bound is None or self.figure <= self.bound
-
-
-class Count:
-    """A number that is no ratio."""
-
-    def __init__(self, figure, what, bound):
-        self.figure, self.what, self.bound = figure, what, bound
-
-    def cells(self):
-        return [f"{self.figure:g} {self.what}", "" if self.bound is None else f"{self.bound:g}"]
-
-    def is_within(self):
-        return self.bound is None or self.figure <= self.bound
-
-
-def rows_of(line, takes, floor, peers):
-    """A line takes a row for each peer."""
-    for i, peer in enumerate(peers or [None]):
-        parts = [floor if i == 0 else None, peer]
-        bounded = [part for part in parts if part and part.bound is not None]
-        cells = [cell for part in parts for cell in (part.cells() if part else ["", ""])]
-        within = "" if not bounded else "yes" if all(p.is_within() for p in bounded) else "NO"
-        yield [line if i == 0 else "", takes if i == 0 else "", *cells, within]
-
-
-def run_units(program, min_time):
-    """Yields name and result of each benchmark. They run in another order each time: what one of
-    them leaves to the kernel to be done later is not always at the expense of the same next one."""
-    run = subprocess.run(
-        [program, f"--benchmark_min_time={min_time}", "--benchmark_format=json",
-         "--benchmark_enable_random_interleaving=true"],
-        check=False, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-    if run.returncode != 0:
-        sys.exit(f"\n{run.stderr}{program}: status {run.returncode}")
-    results = json.loads(run.stdout)["benchmarks"]
-    for result in sorted(results, key=lambda result: result["family_index"]):
-        line, who, bound = result["name"].split("|")
-        is_real = "real_time" in bound or "manual_time" in bound
-        bound = bound.split("/")[0]
-        value = result["count"] if "count" in result else result["real_time" if is_real else "cpu_time"]
-        yield line, who, float(bound) if bound else None, value
-
-
-def measure_units(program, rounds, min_time):
-    lines, bounds = {}, {}
-    for i in range(rounds):
-        print(f"\rround {i + 1} of {rounds}", end="", file=sys.stderr, flush=True)
-        for line, who, bound, value in run_units(program, min_time):
-            lines.setdefault(line, {}).setdefault(who, []).append(value)
-            bounds[line, who] = bound
-    print(file=sys.stderr)
-    return lines, bounds
-
-
-def show_time(nanoseconds):
-    for unit, size in (("ms", 1e6), ("us", 1e3)):
-        if nanoseconds >= size:
-            return f"{nanoseconds / size:.3g} {unit}"
-    return f"{nanoseconds:.3g} ns"
-
-
-def unit_rows(lines, bounds):
-    for line, times in lines.items():
-        ours = times.pop("brimlet")
-        own = percentile(ours, 10)
-        floor, peers = None, []
-        for who, others in times.items():
-            bound = bounds[line, who]
-            if who.startswith("#"):
-                peers.append(Count(max(others), who[1:], bound))
-                continue
-            ratio = Ratio(own / percentile(others, 10), [a / b for a, b in zip(ours, others)], bound)
-            if who == "floor":
-                floor = ratio
-            else:
-                ratio.name = who
-                peers.append(ratio)
-        yield from rows_of(line, show_time(own), floor, peers)
-
-
-def part_of(entry):
-    """What an entry of the list says of its line."""
-    if "value" in entry:
-        return Count(entry["value"], entry["unit"], entry.get("bound"))
-    who = "floor" if "floor" in entry else "peer"
-    rounds = entry[who]
-    return Ratio(percentile(rounds, 50), rounds, entry.get("bound_" + who),
-                 entry.get("peer_name", ""))
-
-
-def end_to_end_rows(entries):
-    lines = {}
-    for entry in entries:
-        if "note" in entry:
-            continue
-        floors, others = lines.setdefault(entry["line"], ([], []))
-        (floors if "floor" in entry else others).append(part_of(entry))
-    for line, (floors, others) in lines.items():
-        yield from rows_of(line, "", floors[0] if floors else None, others)
-
-
-def print_table(rows):
-    rows = [HEAD, *rows]
-    widths = [max(len(row[i]) for row in rows) for i in range(len(HEAD))]
-    rows.insert(1, ["-" * width for width in widths])
-    for row in rows:
-        print("| " + " | ".join(cell.ljust(width) for cell, width in zip(row, widths)) + " |")
-
-
-def main():
-    rounds, min_time, units = int(sys.argv[1]), sys.argv[2], sys.argv[3]
-    rows = list(unit_rows(*measure_units(units, rounds, min_time)))
-    entries = []
-    for path in sys.argv[4:]:
+def read(paths):
+    """The 10th percentile of the runs of each benchmark, and its unit: what the machine takes away
+    in some of them is left out."""
+    runs, units = {}, {}
+    for path in paths:
         with open(path, encoding="utf-8") as file:
-            entries.extend(json.load(file))
-    print_table(rows + list(end_to_end_rows(entries)))
-    for entry in entries:
-        if "note" in entry:
-            print(f"\n{entry['note'].strip()}")
+            results = json.load(file)["benchmarks"]
+        for run in results:
+            if run.get("error_occurred"):
+                sys.exit(f"{run['name']}: {run['error_message']}")
+            if run.get("run_type") == "aggregate":
+                continue
+            key, unit = key_of(run["name"]), run["time_unit"]
+            time = run["real_time" if "_time" in run["name"] else "cpu_time"]
+            runs.setdefault(key, []).append(time * NANOSECONDS.get(unit, 1))
+            units[key] = "ns" if unit in NANOSECONDS else unit
+    return {key: (sorted(values)[(len(values) - 1) // 10], units[key])
+            for key, values in runs.items()}
 
 
-main()
+def show(value, unit):
+    if unit == "ns":
+        unit, size = next(pair for pair in reversed(NANOSECONDS.items())
+                          if value >= pair[1] or pair[1] == 1)
+        value /= size
+    return f"{value:.0f} {unit}" if value >= 100 else f"{value:.3g} {unit}"
+
+
+def row(figures, what, work, peer, bound):
+    """The cells of a row; None where nothing was measured."""
+    own, other = figures.get((work, "")), figures.get((work, peer or ""))
+    if own is None or other is None:
+        return None
+    figure = own[0] / other[0] if peer else own[0]
+    verdict = "" if bound is None else "within" if figure <= bound else "NOT within"
+    if peer:
+        limit = "" if bound is None else f"{bound:.2f}"
+        return [what, show(*own), PEERS.get(peer, peer), show(*other), f"{figure:.2f}", limit, verdict]
+    return [what, show(*own), "", "", "", show(bound, own[1]), verdict]
+
+
+def table(figures):
+    rows = [HEAD, ["---"] * len(HEAD)]
+    missing = []
+    for entry in BOUNDS:
+        cells = row(figures, *entry)
+        if cells:
+            rows.append(cells)
+        else:
+            missing.append(" next to ".join(filter(None, (entry[0], PEERS.get(entry[2], entry[2])))))
+    widths = [max(map(len, column)) for column in zip(*rows)]
+    lines = ["| " + " | ".join(map(str.ljust, cells, widths)) + " |" for cells in rows]
+    return "\n".join(lines) + ("\n\nNot measured: " + ", ".join(missing) + "." if missing else "")
+
+
+if __name__ == "__main__":
+    print(table(read(sys.argv[1:])))
