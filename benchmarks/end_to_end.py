@@ -1,12 +1,10 @@
 #!/usr/bin/python3
 """Measures the daemon from outside, on the machine of the tests, and prints the results in the JSON
-of Google Benchmark.
+of Google Benchmark: end_to_end.py STARTS OPTION...
 
-    end_to_end.py STARTS OPTION...
-
-The daemon and its main program start STARTS times for its memory, and once more for its times: the
-OPTIONs go to caller.cpp. A peer that is not installed is left out, and so are all of them where
-there is no other user than root. Everything runs on one processor.
+The daemon starts STARTS times for its memory, and once more for its times; the OPTIONs go to
+caller.cpp. A peer that is not installed is left out, and so are those that run commands where there
+is no other user than root. Everything runs on one processor.
 """
 import contextlib
 import json
@@ -20,108 +18,98 @@ import sys
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests"))
 import machine as tests  # noqa: E402
 
-BUILD = os.environ.setdefault("BRIMLET_BUILD", "build/bench")
+PROGRAMS = os.environ.setdefault("BRIMLET_BUILD", "build/bench") + "/benchmarks/"
 POLKIT, RTKIT = "/usr/lib/polkit-1/polkitd", "/usr/libexec/rtkit-daemon"
+RUNNERS = ["doas", "sudo", "pkexec"]
 NOBODY = 65534
-LONG_LINE = 20e6  # bytes, in caller.cpp
-POLICY = """<busconfig>
-  <policy user="root"><allow own="*"/></policy>
-  <policy context="default"><allow send_destination="brimlet.Popen"/></policy>
-</busconfig>"""
-CONFIGURATION = """set -e
+SETUP = r"""set -e
+head -c 99999 /dev/zero | tr '\0' x >/opt/one_line
+echo >>/opt/one_line
+head -c 100000 /dev/zero | tr '\0' '\n' >/opt/byte_lines
+strip -o /opt/stripped /opt/brimletd
 cp -a /etc /opt/etc
 mount --bind /opt/etc /etc
+mkdir -p /etc/polkit-1/rules.d /run/dbus
+(cd /run/systemd && mkdir -p seats sessions users machines)
 echo 'permit nopass nobody' >/etc/doas.conf
-rm -f /etc/sudoers
-(umask 337; echo 'nobody ALL=(ALL) NOPASSWD: ALL' >/etc/sudoers)
-mkdir -p /etc/polkit-1/rules.d /run/dbus /run/systemd/seats /run/systemd/sessions \
-  /run/systemd/users /run/systemd/machines
+echo 'nobody ALL=(ALL) NOPASSWD: ALL' >/opt/sudoers
+install -m 0440 /opt/sudoers /etc/sudoers
 echo 'polkit.addRule(function() { return polkit.Result.YES; });' >/etc/polkit-1/rules.d/00.rules
-ln -s "${DBUS_SYSTEM_BUS_ADDRESS#unix:path=}" /run/dbus/system_bus_socket
+cat >/etc/dbus-1/system.d/bench.conf <<END
+<busconfig>
+  <policy user="root"><allow own="*"/></policy>
+  <policy context="default"><allow send_destination="brimlet.Popen"/></policy>
+</busconfig>
+END
 """
-
-
-def write(path, text):
-    with open(path, "w", encoding="ascii") as file:
-        file.write(text)
-
-
-def number_in(path, label):
-    with open(path, encoding="ascii") as file:
-        return int(re.search(rf"^{label}:\s+(\d+)", file.read(), re.MULTILINE)[1])
 
 
 @contextlib.contextmanager
 def service(machine, name, program):
-    """Has a program own its name on the bus; gives its process id."""
+    """Has a program own its name on the bus."""
     with subprocess.Popen([program], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as process:
         tests.eventually(lambda: machine.connection.name_has_owner(name) or process.poll())
-        yield process.pid
+        yield process
         process.kill()
 
 
-def memory(machine, starts):
-    """Yields in KiB what the idle daemon and the idle rtkit-daemon take, soon after their start."""
-    def pss(pid):
-        return number_in(f"/proc/{pid}/smaps_rollup", "Pss")
-    daemon, rtkit = [], []
+def kib_in(path, label):
+    with open(path, encoding="ascii") as file:
+        return int(re.search(rf"^{label}:\s+(\d+) kB", file.read(), re.MULTILINE)[1])
+
+
+def idle_memory(machine, starts):
+    """What the daemon and rtkit-daemon take, both idle, soon after their start. As on a machine with
+    the whole application, two others use the daemon's bus library: main program and popen service."""
+    sizes = {"IdleMemory": [], "IdleMemory_rtkit": []}
     for _ in range(starts):
-        machine.start()
-        machine.call("echo --add")
-        machine.call("echo --nope")
-        daemon.append(pss(machine.pid))
-        if os.path.exists(RTKIT):
-            with service(machine, "org.freedesktop.RealtimeKit1", RTKIT) as pid:
-                rtkit.append(pss(pid))
-        machine.stop()
-    yield "IdleMemory", statistics.median(daemon), "KiB"
-    if rtkit:
-        yield "IdleMemory_rtkit", statistics.median(rtkit), "KiB"
+        with contextlib.ExitStack() as stack:
+            pids = [machine.start()]
+            stack.callback(machine.stop)
+            if os.path.exists(RTKIT):
+                name = "org.freedesktop.RealtimeKit1"
+                pids.append(stack.enter_context(service(machine, name, RTKIT)).pid)
+            machine.call("echo --add")
+            machine.call("echo --nope")
+            for values, pid in zip(sizes.values(), pids):
+                values.append(kib_in(f"/proc/{pid}/smaps_rollup", "Pss"))
+    return [(name, statistics.median(values), "KiB") for name, values in sizes.items() if values]
 
 
-def times(machine, options):
-    """What caller.cpp writes."""
-    missing = [peer for peer in ("doas", "sudo", "pkexec") if not shutil.which(peer)]
-    user = {}
+def call(machine, options):
+    """What caller.cpp writes. The long lines come last: they leave much behind."""
+    missing, user = RUNNERS, {}
     with contextlib.ExitStack() as stack:
-        stack.enter_context(service(machine, "brimlet.Popen", os.path.join(
-            os.environ["BRIMLET_BUILD"], "benchmarks/popen_service")))
         if tests.has_other_users():
+            missing = [runner for runner in RUNNERS if not shutil.which(runner)]
             user = {"user": NOBODY, "group": NOBODY, "extra_groups": [tests.MEMBERS]}
-            subprocess.run(["sh", "-c", CONFIGURATION], check=True)
-            if "pkexec" not in missing:
-                stack.enter_context(service(machine, "org.freedesktop.PolicyKit1", POLKIT))
-        else:
-            missing = ["doas", "sudo", "pkexec"]
-        left_out = [f"--benchmark_filter=-_({'|'.join(missing)})"] if missing else []
+        if "pkexec" not in missing:
+            os.symlink(machine.home + "/bus", "/run/dbus/system_bus_socket")
+            stack.enter_context(service(machine, "org.freedesktop.PolicyKit1", POLKIT))
+        stack.enter_context(tests.standing_at(tests.CORE, PROGRAMS + "caller"))
         os.environ["BRIMLETD_PID"] = str(machine.start())
-        program = os.path.join(os.environ["BRIMLET_BUILD"], "benchmarks/caller")
-        with tests.standing_at(tests.CORE, program):
-            return json.loads(subprocess.run(
-                [tests.CORE, "--benchmark_format=json", *left_out, *options],
-                stdout=subprocess.PIPE, check=True, **user).stdout)
-
-
-def size():
-    subprocess.run(["strip", "-o", "/opt/stripped", tests.DAEMON], check=True)
-    return os.path.getsize("/opt/stripped") / 1024
+        runs = []
+        for wanted in ("-" + "|".join(["LongLine", *missing]), "LongLine"):
+            output = subprocess.run([tests.CORE, "--benchmark_filter=" + wanted, *options],
+                                    check=True, stdout=subprocess.PIPE, **user).stdout
+            runs += json.loads(output)["benchmarks"]
+    return runs
 
 
 def main():
     os.sched_setaffinity(0, {max(os.sched_getaffinity(0))})
     tests.become_core()
-    write("/etc/dbus-1/system.d/popen.conf", POLICY)
-    write("/opt/one_line", "x" * 99999 + "\n")
-    write("/opt/byte_lines", "\n" * 100000)
+    subprocess.run(["sh", "-c", SETUP], check=True)
     with contextlib.closing(tests.Machine()) as machine:
-        figures = [*memory(machine, int(sys.argv[1])), ("FileSize", size(), "KiB")]
-        results = times(machine, sys.argv[2:])
-        peak = number_in(f"/proc/{machine.pid}/status", "VmHWM") * 1024
-        figures.append(("LongLineMemory", peak / LONG_LINE, "times the line"))
-    results["benchmarks"] += [{"name": name, "real_time": value, "cpu_time": value,
-                               "time_unit": unit} for name, value, unit in figures]
-    print(json.dumps(results))
+        with service(machine, "brimlet.Popen", PROGRAMS + "popen_service"):
+            figures = idle_memory(machine, int(sys.argv[1]))
+            runs = call(machine, sys.argv[2:])
+        longest = max(run["real_time"] for run in runs if run["name"].startswith("LongLine/"))
+        peak = kib_in(f"/proc/{machine.pid}/status", "VmHWM") * 1024 / 20e6
+    figures += [("LongestLine", longest, "ns"), ("LongestLineMemory", peak, "times it"),
+                ("FileSize", os.path.getsize("/opt/stripped") / 1024, "KiB")]
+    runs += [{"name": name, "cpu_time": value, "time_unit": unit} for name, value, unit in figures]
+    print(json.dumps({"benchmarks": runs}))
 
 
-if __name__ == "__main__":
-    main()
+main()

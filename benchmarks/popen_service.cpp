@@ -10,11 +10,8 @@ namespace {
 
 int Run(sd_bus_message* call, void* /*userdata*/, sd_bus_error* /*error*/) {
   const char* line = nullptr;
-  const int r = sd_bus_message_read(call, "s", &line);
-  std::FILE* const pipe = r < 0 ? nullptr : popen(line, "re");
-  if (pipe == nullptr) {
-    return -1;
-  }
+  sd_bus_message_read(call, "s", &line);
+  std::FILE* const pipe = popen(line, "re");
   static std::string output(102400, '\0');
   const std::size_t length = std::fread(output.data(), 1, output.size() - 1, pipe);
   output[length > 0 ? length - 1 : 0] = '\0';  // without the last line feed
@@ -34,12 +31,10 @@ const sd_bus_vtable methods[] = {
 
 int main() {
   sd_bus* bus = nullptr;
-  if (sd_bus_open_system(&bus) < 0 ||
-      sd_bus_add_object_vtable(bus, nullptr, "/", "brimlet.Popen", methods, nullptr) < 0 ||
-      sd_bus_request_name(bus, "brimlet.Popen", 0) < 0) {
-    return 1;
-  }
-  for (int r = 0; r >= 0;) {
+  int r = sd_bus_open_system(&bus);
+  r = r < 0 ? r : sd_bus_add_object_vtable(bus, nullptr, "/", "brimlet.Popen", methods, nullptr);
+  r = r < 0 ? r : sd_bus_request_name(bus, "brimlet.Popen", 0);
+  while (r >= 0) {
     r = sd_bus_process(bus, nullptr);
     r = r == 0 ? sd_bus_wait(bus, UINT64_MAX) : r;
   }

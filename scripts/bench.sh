@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Installs what is missing on a Debian machine, builds the benchmarks, and prints one table: how many
-# times as long as the least code for the same result (the floor) and as what a user would take
-# instead (the peer) everything takes.
+# Installs what is missing on a Debian machine, builds the benchmarks, and prints one table: how long
+# everything takes next to what a user would take instead.
 #
 #   scripts/bench.sh [quick|full|once] [--write]
 #
-# quick (unless told otherwise) takes about a minute, full about five; once runs each benchmark a
-# single time, to see that it still does. --write puts the table into benchmarks/RESULTS.md as well.
-# What is not within its bound is shown, and no failure: times depend on the machine.
+# quick (unless told otherwise) takes less than a minute, full about five, with everything that is
+# compared installed; once runs each benchmark a single time, to see that it still does. --write puts
+# table and plot into benchmarks/ as well. What is not within its bound is shown, and no failure:
+# times depend on the machine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
@@ -25,45 +25,44 @@ for argument; do
   esac
 done
 case $mode in
-  quick) rounds=15 min_time=0.01 ;;
-  full) rounds=60 min_time=0.02 ;;
-  once) rounds=1 min_time=0.0001 ;;
+  quick) starts=3 calls=100 rounds=10 min_time=0.01 ;;
+  full) starts=15 calls=1000 rounds=60 min_time=0.05 ;;
+  once) starts=1 calls=1 rounds=1 min_time=0.0001 ;;
 esac
 
 install_missing "${BUILD_PACKAGES[@]}" "${BUS_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
 [ "$mode" != full ] || install_missing "${PEER_PACKAGES[@]}"
+! $write || install_missing python3-matplotlib
 echo "Building (bench)" >&2
 build bench
 
 # In memory, if there is room for two logs of 32 MiB and more: what a disk does is not ours.
-work=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d)
+memory=/dev/shm
+[ "$(df --output=avail -k $memory | tail -n 1)" -gt 262144 ] || memory=${TMPDIR:-/tmp}
+work=$(mktemp -d -p "$memory")
 trap 'rm -rf "$work"' EXIT
-if [ "$(df --output=avail -k "$work" | tail -n 1)" -lt 262144 ]; then
-  rmdir "$work"
-  work=$(mktemp -d)
-fi
 
-programs=build/bench/benchmarks
-"$programs/end_to_end" "$mode" --json "$work/end_to_end.json" >&2
-TMPDIR=$work python3 benchmarks/table.py "$rounds" "$min_time" "$programs/units" \
-  "$work/end_to_end.json" | tee "$work/table"
-
-# about: what the figures depend on.
-about() {
-  local changes=''
-  git diff --quiet HEAD -- ':!benchmarks/RESULTS.md' || changes=' with changes'
-  echo "\`scripts/bench.sh $mode\` on $(date -I), commit $(git rev-parse --short HEAD)$changes:"
-  echo "$(lscpu | sed -n 's/^Model name: *//p' | head -n 1), $(nproc) processors, $(uname -m)," \
-    "Linux $(uname -r), $(. /etc/os-release && echo "$PRETTY_NAME"), $(c++ --version | head -n 1)."
-}
+echo "Measuring ($mode)" >&2
+units=$PWD/build/bench/benchmarks/units
+run() { "$@" --benchmark_format=json --benchmark_enable_random_interleaving=true; }
+run /usr/bin/python3 benchmarks/end_to_end.py $starts --benchmark_repetitions=$calls \
+  >"$work/end_to_end.json"
+(cd "$work" && run "$units" --benchmark_repetitions=$rounds --benchmark_min_time=$min_time \
+  >units.json)
+table=$(/usr/bin/python3 -B benchmarks/table.py "$work"/*.json)
+echo "$table"
 
 if $write; then
-  {
-    echo "# How fast it is"
-    echo
-    about
-    echo
-    sed -n '/^"""/,/^"""/p' benchmarks/table.py | sed -n '/^A figure/,/^$/p'
-    cat "$work/table"
-  } >benchmarks/RESULTS.md
+  /usr/bin/python3 -B benchmarks/plot.py benchmarks/speed.svg "$work"/*.json
+  cat >benchmarks/RESULTS.md <<END
+# How fast it is
+
+\`scripts/bench.sh $mode\` on $(date -I): $(lscpu | sed -n 's/^Model name: *//p' | head -n 1),
+$(nproc) processors, $(uname -m), Linux $(uname -r), $(. /etc/os-release && echo "$PRETTY_NAME"),
+$(c++ --version | head -n 1).
+
+$(sed -n '/^How to read it/,/^"""/p' benchmarks/table.py | sed '$d')
+
+$table
+END
 fi

@@ -13,8 +13,7 @@ PACKAGE_PACKAGES=(dpkg-dev file lintian man-db mandoc)
 AARCH64_PACKAGES=(g++-aarch64-linux-gnu pkgconf:arm64 libsystemd-dev:arm64 libssl-dev:arm64
   libgtest-dev:arm64 libstdc++6:arm64 qemu-user)
 # What is compared in the benchmarks: libraries, and other ways to run a command as root.
-BENCH_PACKAGES=(libbenchmark-dev libre2-dev libspdlog-dev libsimpleini-dev libsodium-dev python3 git
-  strace binutils)
+BENCH_PACKAGES=(libbenchmark-dev libre2-dev libspdlog-dev libsimpleini-dev libsodium-dev binutils)
 PEER_PACKAGES=(sudo opendoas pkexec rtkit)
 
 # as_root COMMAND...: through sudo where this is an ordinary user. Asks nothing.
