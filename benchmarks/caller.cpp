@@ -46,7 +46,7 @@ std::string CallPopen(const char* line, const char* method) {
                          line) >= 0) {
     sd_bus_message_read(reply, "s", &text);
   }
-  const std::string result = text;
+  std::string result = text;
   sd_bus_message_unref(reply);
   sd_bus_flush_close_unref(bus);
   return result;

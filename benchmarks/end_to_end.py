@@ -47,7 +47,8 @@ END
 @contextlib.contextmanager
 def service(machine, name, program):
     """Has a program own its name on the bus."""
-    with subprocess.Popen([program], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as process:
+    silent = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+    with subprocess.Popen([program], **silent) as process:
         tests.eventually(lambda: machine.connection.name_has_owner(name) or process.poll())
         yield process
         process.kill()
@@ -59,8 +60,8 @@ def kib_in(path, label):
 
 
 def idle_memory(machine, starts):
-    """What the daemon and rtkit-daemon take, both idle, soon after their start. As on a machine with
-    the whole application, two others use the daemon's bus library: main program and popen service."""
+    """What the daemon and rtkit-daemon take, both idle, soon after their start. Main program and
+    popen service use the daemon's bus library, too, as the two programs of the application do."""
     sizes = {"IdleMemory": [], "IdleMemory_rtkit": []}
     for _ in range(starts):
         with contextlib.ExitStack() as stack:

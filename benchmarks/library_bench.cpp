@@ -7,6 +7,7 @@
 #define SI_CONVERT_ICU  // as its package is built
 #include <SimpleIni.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -24,9 +25,9 @@ namespace {
 using benchmark::State;
 namespace fs = std::filesystem;
 
-constexpr int kLimit = 0x2000000;
+constexpr std::size_t kLimit = 0x2000000;
 
-void MakeLog(int size) { std::ofstream("log") << std::string(size, 'x'); }
+void MakeLog(std::size_t size) { std::ofstream("log") << std::string(size, 'x'); }
 
 void WriteLines(State& state) {
   auto* const logger = Velmar::Singleton<Velmar::Logger>::Instance();
@@ -108,7 +109,7 @@ void IniLoad_SimpleIni(State& state) {
 BENCHMARK(IniLoad_SimpleIni)->RangeMultiplier(16)->Range(4 << 10, 1 << 20);
 
 void Password(State& state) {
-  std::string password(state.range(0), '\0');
+  std::string password(static_cast<std::size_t>(state.range(0)), '\0');
   for (auto _ : state) {
     Velmar::RandomCode::GetRandomPasswd(password.data(), static_cast<int>(password.size()));
   }
@@ -117,7 +118,7 @@ BENCHMARK(Password)->Arg(16)->Arg(256);
 
 // Asks the kernel for each character, where ours seeds its generator once.
 void Password_libsodium(State& state) {
-  std::string password(state.range(0), '\0');
+  std::string password(static_cast<std::size_t>(state.range(0)), '\0');
   for (auto _ : state) {
     for (char& c : password) {
       c = static_cast<char>('!' + randombytes_uniform(79));

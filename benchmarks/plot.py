@@ -29,18 +29,18 @@ def draw(axes, title, names, bars):
 def main():
     # The same bytes for the same figures; text stays text, in the reader's own font.
     matplotlib.rcParams.update({"svg.hashsalt": "brimlet", "svg.fonttype": "none"})
-    figure, (left, right) = matplotlib.pyplot.subplots(1, 2, figsize=(7.3, 2.6), layout="constrained")
+    figure, axes = matplotlib.pyplot.subplots(1, 2, figsize=(7.3, 2.6), layout="constrained")
     figures = read(sys.argv[2:])
     peers = [peer for peer in ("", "doas", "sudo", "pkexec") if ("Trivial", peer) in figures]
     times = [figures["Trivial", peer] for peer in peers]
-    draw(left, "One trivial command as root", (range(len(peers)), ["brimletd", *peers[1:]]),
+    draw(axes[0], "One trivial command as root", (range(len(peers)), ["brimletd", *peers[1:]]),
          [(i, time[0], OTHERS if i else OURS, show(*time)) for i, time in enumerate(times)])
     bars = []
     for i, (_, work, peer) in enumerate(LIBRARY):
         own, other = figures[work, ""], figures[work, peer]
         bars += [(2.4 * i, own[0] / other[0], OURS, show(*own) + ", brimlet"),
                  (2.4 * i + 0.9, 1, OTHERS, f"{show(*other)}, {peer}")]
-    draw(right, "The library beside its peers",
+    draw(axes[1], "The library beside its peers",
          ([2.4 * i + 0.45 for i in range(len(LIBRARY))], [name for name, _, _ in LIBRARY]), bars)
     svg = io.StringIO()
     figure.savefig(svg, format="svg", transparent=True, metadata={"Date": None, "Creator": None})

@@ -4,7 +4,6 @@
 #include <re2/re2.h>
 
 #include <cstddef>
-#include <functional>
 #include <string>
 
 #include "common/Singleton.h"
@@ -26,7 +25,7 @@ bool IsAllowed(const std::string& line) {
 
 const struct Case {
   const char* name;
-  std::function<bool(const std::string&)> judge;
+  bool (*judge)(const std::string& text);
   std::string text;
   const char* pattern;
 } kCases[] = {

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Installs what is missing on a Debian machine, builds the benchmarks, and prints one table: how long
-# everything takes next to what a user would take instead.
+# Installs what is missing on a Debian machine, builds the benchmarks, and prints one table: how
+# long everything takes next to what a user would take instead.
 #
 #   scripts/bench.sh [quick|full|once] [--write]
 #
-# quick (unless told otherwise) takes less than a minute, full about five, with everything that is
-# compared installed; once runs each benchmark a single time, to see that it still does. --write puts
-# table and plot into benchmarks/ as well. What is not within its bound is shown, and no failure:
-# times depend on the machine.
+# quick (unless told otherwise) takes less than a minute; full about five, and installs whatever is
+# compared; once runs each benchmark a single time, to see that it still does. --write puts table
+# and plot into benchmarks/ as well. What is not within its bound is shown, and no failure: times
+# depend on the machine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
@@ -44,13 +44,14 @@ trap 'rm -rf "$work"' EXIT
 
 echo "Measuring ($mode)" >&2
 units=$PWD/build/bench/benchmarks/units
+export BRIMLET_BUILD=build/bench
 run() { "$@" --benchmark_format=json --benchmark_enable_random_interleaving=true; }
-run /usr/bin/python3 benchmarks/end_to_end.py $starts --benchmark_repetitions=$calls \
+run /usr/bin/python3 benchmarks/end_to_end.py "$starts" --benchmark_repetitions="$calls" \
   >"$work/end_to_end.json"
-(cd "$work" && run "$units" --benchmark_repetitions=$rounds --benchmark_min_time=$min_time \
+(cd "$work" && run "$units" --benchmark_repetitions="$rounds" --benchmark_min_time="$min_time" \
   >units.json)
 table=$(/usr/bin/python3 -B benchmarks/table.py "$work"/*.json)
-echo "$table"
+[ "$mode" = once ] && echo "All ran." || echo "$table"
 
 if $write; then
   /usr/bin/python3 -B benchmarks/plot.py benchmarks/speed.svg "$work"/*.json
