@@ -110,31 +110,24 @@ std::uint32_t ReadBigEndian(const unsigned char* bytes) {
          std::uint32_t{bytes[2]} << 8U | std::uint32_t{bytes[3]};
 }
 
-// The random numbers behind a text, drawn in one go.
-class RandomNumbers {
- public:
-  // Draws `count` numbers anew, beginning with the one at `first`.
-  [[nodiscard]] bool Draw(std::int32_t first, std::int32_t count) {
-    return DrawBytes(mBytes.Data() + At(first), count * kWidth);
+// Fills a text of at most kMaxTextLength characters with those of `set`, each drawn on its own.
+// False, and the text is untouched: the draw has failed.
+bool DrawFrom(std::string_view set, std::span<char> text) {
+  constexpr std::size_t kWidth = sizeof(std::uint32_t);
+  SecretBytes<kMaxTextLength * kWidth> numbers;
+  if (!DrawBytes(numbers.Data(), static_cast<std::int32_t>(text.size() * kWidth))) {
+    return false;
   }
-
-  std::uint32_t operator[](std::int32_t index) const {
-    return ReadBigEndian(mBytes.Data() + At(index));
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    text[i] = set[ReadBigEndian(numbers.Data() + i * kWidth) % set.size()];
   }
-
- private:
-  static constexpr std::int32_t kWidth = 4;
-  static std::size_t At(std::int32_t index) { return static_cast<std::size_t>(index) * kWidth; }
-
-  SecretBytes<std::size_t{kMaxTextLength} * kWidth> mBytes;
-};
-
-char PickFrom(std::string_view set, std::uint32_t number) { return set[number % set.size()]; }
+  return true;
+}
 
 enum class CharClass { kLowerCase, kUpperCase, kDigit, kOther };
 
-CharClass ClassOf(std::uint32_t number) {
-  const std::size_t index = number % kPasswordSet.size();
+CharClass ClassOf(char c) {
+  const std::size_t index = kPasswordSet.find(c);
   if (index < 26) {
     return CharClass::kLowerCase;
   }
@@ -144,64 +137,42 @@ CharClass ClassOf(std::uint32_t number) {
   return index < 62 ? CharClass::kDigit : CharClass::kOther;
 }
 
-bool AreOfOneClass(const RandomNumbers& numbers, std::int32_t count) {
-  for (std::int32_t i = 1; i < count; ++i) {
-    if (ClassOf(numbers[i]) != ClassOf(numbers[0])) {
-      return false;
-    }
+// Draws the last character again as long as all are of one class.
+bool DrawPassword(std::span<char> text) {
+  const auto isOfFirstClass = [text](char c) { return ClassOf(c) == ClassOf(text[0]); };
+  bool isDrawn = DrawFrom(kPasswordSet, text);
+  for (int redraws = 0; isDrawn && std::ranges::all_of(text, isOfFirstClass); ++redraws) {
+    isDrawn = redraws < kMaxRedraws && DrawFrom(kPasswordSet, text.last(1));
   }
-  return true;
-}
-
-bool DrawPassword(RandomNumbers& numbers, std::int32_t length) {
-  if (!numbers.Draw(0, length)) {
-    return false;
-  }
-  for (int redraws = 0; AreOfOneClass(numbers, length); ++redraws) {
-    if (redraws == kMaxRedraws || !numbers.Draw(length - 1, 1)) {
-      return false;
-    }
-  }
-  return true;
+  return isDrawn;
 }
 
 // Digits and letters have their bounds, their draw and their ERROR lines in common.
-bool DrawText(RandomNumbers& numbers, std::int32_t length) {
-  if (length < kMinTextLength || length > kMaxTextLength) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Input number[%d] error", length);
-    return false;
-  }
+bool DrawText(std::string_view set, char* text, std::int32_t length) {
   if (SeedRandom() != ACTION_SUCCESS) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "get random seed failed.");
     return false;
   }
-  if (!numbers.Draw(0, length)) {
+  if (!DrawFrom(set, {text, static_cast<std::size_t>(length)})) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Get random number failed.");
     return false;
   }
   return true;
 }
 
-std::int32_t CoverWithByte(CoveredFile& file, std::span<char> bytes, char value) {
-  std::ranges::fill(bytes, value);
-  const std::int32_t result = file.Overwrite({bytes.data(), bytes.size()});
-  if (result != ACTION_SUCCESS) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "SafeCoverData WriteToFile failed ret:%d", result);
+bool IsTextLength(std::int32_t length) {
+  const bool isValid = length >= kMinTextLength && length <= kMaxTextLength;
+  if (!isValid) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Input number[%d] error", length);
   }
-  return result;
+  return isValid;
 }
 
-std::int32_t CoverWithRandom(CoveredFile& file, std::span<char> bytes) {
-  const std::int32_t drawn = GetRandNumBytes(reinterpret_cast<unsigned char*>(bytes.data()),
-                                             static_cast<std::int32_t>(bytes.size()));
-  if (drawn != 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "SafeCoverDataRandom GetAuthentRandomNum failed ret:%d",
-                drawn);
-    return drawn;
-  }
+// One pass over a file; `step` is its name in the log.
+std::int32_t Cover(CoveredFile& file, std::span<const char> bytes, const char* step) {
   const std::int32_t result = file.Overwrite({bytes.data(), bytes.size()});
   if (result != ACTION_SUCCESS) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "SafeCoverDataRandom WriteToFile failed ret:%d", result);
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s WriteToFile failed ret:%d", step, result);
   }
   return result;
 }
@@ -210,11 +181,21 @@ std::int32_t CoverThreeTimes(CoveredFile& file, std::size_t size) {
   // Without memory there are no bytes, which the first pass reports like any other failure.
   const std::unique_ptr<char[]> buffer(new (std::nothrow) char[size]);
   const std::span<char> bytes(buffer.get(), buffer ? size : 0);
-  std::int32_t result = CoverWithByte(file, bytes, 0);
-  if (result == ACTION_SUCCESS) {
-    result = CoverWithByte(file, bytes, 1);
+  for (const char value : {'\0', '\1'}) {
+    std::ranges::fill(bytes, value);
+    const std::int32_t result = Cover(file, bytes, "SafeCoverData");
+    if (result != ACTION_SUCCESS) {
+      return result;
+    }
   }
-  return result == ACTION_SUCCESS ? CoverWithRandom(file, bytes) : result;
+  const std::int32_t drawn = GetRandNumBytes(reinterpret_cast<unsigned char*>(bytes.data()),
+                                             static_cast<std::int32_t>(bytes.size()));
+  if (drawn != 0) {
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "SafeCoverDataRandom GetAuthentRandomNum failed ret:%d",
+                drawn);
+    return drawn;
+  }
+  return Cover(file, bytes, "SafeCoverDataRandom");
 }
 
 }  // namespace
@@ -290,14 +271,14 @@ void GetRandomPasswd(char* buffer, std::int32_t length) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "get random seed failed.");
     return;
   }
-  RandomNumbers numbers;
-  if (!DrawPassword(numbers, length)) {
+  SecretBytes<kMaxTextLength> password;
+  const std::span<char> text(reinterpret_cast<char*>(password.Data()),
+                             static_cast<std::size_t>(length));
+  if (!DrawPassword(text)) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Get random number failed.");
     return;
   }
-  for (std::int32_t i = 0; i < length; ++i) {
-    buffer[i] = PickFrom(kPasswordSet, numbers[i]);
-  }
+  std::ranges::copy(text, buffer);
 }
 
 std::int32_t GetRandomDigits(char* buffer, std::int32_t length) {
@@ -306,26 +287,15 @@ std::int32_t GetRandomDigits(char* buffer, std::int32_t length) {
                 ErrorCode::GetLogText(POINTER_IS_NULL).c_str());
     return -1;
   }
-  RandomNumbers numbers;
-  if (!DrawText(numbers, length)) {
-    return -1;
-  }
-  for (std::int32_t i = 0; i < length; ++i) {
-    buffer[i] = PickFrom(kDigitSet, numbers[i]);
-  }
-  return 0;
+  return IsTextLength(length) && DrawText(kDigitSet, buffer, length) ? 0 : -1;
 }
 
 std::string GetRandomLetters(std::int32_t length) {
-  RandomNumbers numbers;
-  if (!DrawText(numbers, length)) {
+  if (!IsTextLength(length)) {
     return "";
   }
   std::string letters(static_cast<std::size_t>(length), '\0');
-  for (std::int32_t i = 0; i < length; ++i) {
-    letters[static_cast<std::size_t>(i)] = PickFrom(kLetterSet, numbers[i]);
-  }
-  return letters;
+  return DrawText(kLetterSet, letters.data(), length) ? letters : "";
 }
 
 void CreateRandomPool() {
