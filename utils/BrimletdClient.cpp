@@ -24,38 +24,27 @@ constexpr std::chrono::milliseconds kSenderPatience{2500};
 constexpr const char* kTimeoutText = "Connection timed out";
 constexpr const char* kChineseTimeoutText = "连接超时";
 
-class BusError {
- public:
-  BusError() = default;
-  BusError(const BusError&) = delete;
-  BusError& operator=(const BusError&) = delete;
-  ~BusError() { sd_bus_error_free(&mError); }
-
-  sd_bus_error* Get() { return &mError; }
-  [[nodiscard]] const char* Message() const {
-    return mError.message != nullptr ? mError.message : "";
-  }
-
- private:
-  sd_bus_error mError{};
-};
-
-// The bus library tells a time-out in the language of the process.
+// The system tells a time-out in the language of the process.
 bool IsTimeoutText(const std::string& text) {
   return text == kTimeoutText || text == kChineseTimeoutText || text == std::strerror(ETIMEDOUT);
 }
 
-// Returns a negative error, which `error` tells too, where there is no reply or the reply is an
-// error.
-int ReceiveReply(sd_bus* bus, sd_bus_message* call, UniqueMessage& reply, sd_bus_error* error) {
+// Returns a negative error, with its text in `errorMessage`, where there is no reply or an error.
+int ReceiveReply(sd_bus* bus, sd_bus_message* call, UniqueMessage& reply,
+                 std::string& errorMessage) {
   int r = AwaitConnection(bus, kConnectPatience);
   if (r >= 0) {
     r = Exchange(bus, call, kReplyPatience, reply);
   }
   if (r < 0) {
-    return sd_bus_error_set_errno(error, r);
+    errorMessage = std::strerror(-r);
+    return r;
   }
-  return sd_bus_error_copy(error, sd_bus_message_get_error(reply.get()));
+  const sd_bus_error* const error = sd_bus_message_get_error(reply.get());
+  if (error != nullptr && error->message != nullptr) {
+    errorMessage = error->message;
+  }
+  return -sd_bus_message_get_errno(reply.get());
 }
 
 int ReadReply(sd_bus_message* reply, const std::string& command, std::string& result) {
@@ -123,12 +112,11 @@ int CallBrimletd(const std::string& command, std::string& result, std::string& e
   if (r < 0) {
     return r;
   }
-  BusError error;
   UniqueMessage reply;
-  r = ReceiveReply(bus.get(), call.get(), reply, error.Get());
+  r = ReceiveReply(bus.get(), call.get(), reply, errorMessage);
   if (r < 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to call method, reason: %s", error.Message());
-    errorMessage = error.Message();
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to call method, reason: %s",
+                errorMessage.c_str());
     return r;
   }
   const int sender = GetReplySenderPid(reply.get());
