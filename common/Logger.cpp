@@ -147,7 +147,7 @@ Logger::~Logger() = default;
 void Logger::Init(const std::string& path) {
   mFilePath = path;
   mFd.Reset();
-  // The path is cleared before anything can log: RemoveDir() does.
+  // RemoveDir() logs: with the log closed, its lines go nowhere.
   if (ClearPath(path)) {
     mFd = OpenLog(path);
   }
