@@ -24,6 +24,7 @@ quietly apt-get -qq install -y --no-install-recommends ./*.deb
 # Once more, as an upgrade goes.
 quietly apt-get -qq install -y --reinstall ./*.deb
 [ -z "$(dpkg --verify "${packages[@]}")" ]
+brimlet-check --version
 
 echo "Building against the library"
 quietly cmake -S tests/consumer -B consumer
