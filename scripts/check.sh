@@ -79,7 +79,7 @@ aarch64() {
   ctest --preset aarch64
   build release
   BRIMLET_TESTED_DAEMON=$(emulated build/aarch64/bin/brimletd) \
-    ctest --preset release --tests-regex '^daemon'
+    ctest --preset release --tests-regex '^(daemon|bus)_test'
 }
 
 case "$*" in

@@ -30,7 +30,7 @@ echo "Making a fresh root"
 quietly as_root mmdebstrap --mode=root --variant=apt --format=directory --dpkgopt=force-unsafe-io \
   --include=ca-certificates,dbus,g++,cmake,make,pkg-config,python3-dbus bookworm "$root"
 as_root mkdir -p "$root/src/tests"
-as_root cp -r build/package/debs/*.deb examples scripts "$root/src/"
+as_root cp -r build/package/debs/*.deb examples packaging scripts "$root/src/"
 as_root cp -r tests/consumer tests/machine.py "$root/src/tests/"
 # With the process namespace everything ends that was started in it. The root is a mount of its own
 # there, which the private machine expects of one.
