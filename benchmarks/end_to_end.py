@@ -20,8 +20,7 @@ import machine as tests  # noqa: E402
 
 PROGRAMS = os.environ.setdefault("BRIMLET_BUILD", "build/bench") + "/benchmarks/"
 POLKIT, RTKIT = "/usr/lib/polkit-1/polkitd", "/usr/libexec/rtkit-daemon"
-RUNNERS = ["doas", "sudo", "pkexec"]
-NOBODY = 65534
+RUNNERS, NOBODY = ["doas", "sudo", "pkexec"], 65534
 SETUP = r"""set -e
 head -c 99999 /dev/zero | tr '\0' x >/opt/one_line
 echo >>/opt/one_line
@@ -71,8 +70,8 @@ def idle_memory(machine, starts):
             pids = [machine.start()]
             stack.callback(machine.stop)
             if os.path.exists(RTKIT) and tests.has_other_users():
-                name = "org.freedesktop.RealtimeKit1"
-                pids.append(stack.enter_context(service(machine, name, RTKIT)).pid)
+                rtkit = service(machine, "org.freedesktop.RealtimeKit1", RTKIT)
+                pids.append(stack.enter_context(rtkit).pid)
             machine.call("echo --add")
             machine.call("echo --nope")
             for values, pid in zip(sizes.values(), pids):

@@ -1,5 +1,4 @@
-// How long the library takes next to what a user would take instead. The files lie in the working
-// folder.
+// How long the library takes next to what a user would take instead, in the working folder.
 #include <benchmark/benchmark.h>
 #include <sodium.h>
 #include <spdlog/sinks/rotating_file_sink.h>

@@ -3,7 +3,7 @@
 #include <benchmark/benchmark.h>
 #include <re2/re2.h>
 
-#include <cstddef>
+#include <iterator>
 #include <string>
 
 #include "common/Singleton.h"
