@@ -47,8 +47,7 @@ echo 'polkit.addRule(function() { return polkit.Result.YES; });' >/etc/polkit-1/
 @contextlib.contextmanager
 def service(machine, name, program):
     """Has a program own its name on the bus."""
-    silent = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
-    with subprocess.Popen([program], **silent) as process:
+    with subprocess.Popen([program], stdout=subprocess.DEVNULL, stderr=subprocess.STDOUT) as process:
         try:
             tests.eventually(lambda: machine.connection.name_has_owner(name))
             yield process
