@@ -47,12 +47,12 @@ echo 'polkit.addRule(function() { return polkit.Result.YES; });' >/etc/polkit-1/
 @contextlib.contextmanager
 def service(machine, name, program):
     """Has a program own its name on the bus."""
-    with subprocess.Popen([program], stdout=subprocess.DEVNULL, stderr=subprocess.STDOUT) as process:
+    with subprocess.Popen([program], stdout=subprocess.DEVNULL, stderr=subprocess.STDOUT) as child:
         try:
             tests.eventually(lambda: machine.connection.name_has_owner(name))
-            yield process
+            yield child
         finally:
-            process.kill()
+            child.kill()
 
 
 def kib_in(path, label):
