@@ -13,8 +13,9 @@
 
 namespace Velmar::FileIo {
 
-// Part of every open(): it never waits (for the other end of a FIFO, for a lease to be given back),
-// takes over no terminal, and leaves no descriptor to a child process.
+// For every file that somebody else may have put in place: its open() never waits (for the other
+// end of a FIFO, for a lease to be given back), takes over no terminal, and leaves no descriptor to
+// a child process.
 inline constexpr int kSafeOpenFlags = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 // Opens a regular file; a file of any other kind counts as a failure.
@@ -22,7 +23,7 @@ UniqueFd OpenRegular(const std::string& path, int flags, mode_t createMode = 0);
 
 bool IsSameFile(const struct stat& one, const struct stat& other);
 
-// As read(2), but not ended by a signal.
+// As read(2), but goes on after a signal.
 ssize_t ReadSome(int fd, char* buffer, std::size_t size);
 
 // Returns how many bytes were written: all of them unless the system refused some.

@@ -189,8 +189,8 @@ void Logger::WriteV(int level, const char* file, int line, const char* module, c
   }
 }
 
-// A mute log comes back with the rotation of a file that has passed the bound. Nothing else at the
-// path is even opened.
+// A log that could not be opened comes back with a rotation, so only for a file that has passed the
+// bound. It opens nothing else at the path.
 bool Logger::ReopenFullLog() {
   struct stat status {};
   if (lstat(mFilePath.c_str(), &status) == 0 && IsFileOfOneName(status) &&

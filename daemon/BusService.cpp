@@ -49,6 +49,7 @@ int AcquireName(sd_bus* bus) {
   return r < 0 ? r : sd_bus_request_name(bus, kBusName, kNoNameFlags);
 }
 
+// Strangers can make a question about a sender slow again and again, but not hide the parent's end.
 int ProcessPending(sd_bus* bus) {
   int r = 0;
   do {

@@ -5,10 +5,10 @@
 namespace Velmar {
 
 // Serves calls, one at a time, until the bus or the parent process is gone. Looks at the parent
-// after every wait: at least every 2 seconds while no calls come, and never while some are pending,
-// unless the bus was slow to tell who sent the last one.
+// after every wait: at least every 2 seconds while no calls come, and not while calls are pending.
+// Only after a call whose sender took long to find out does it look before the next one.
 //
-// Always returns 1, after one ERROR line that tells what failed: connecting, exporting the object,
+// Always returns 1, after an ERROR line that tells what failed: connecting, exporting the object,
 // acquiring the name (another process owns it, or the bus refuses it), processing, waiting, or the
 // parent check. Waits at most 10 seconds for the bus before it serves. Closes all that it opened.
 int RunBusService();

@@ -1,9 +1,9 @@
 // Who may call the daemon, and who may be its parent: decided by the executable that the kernel
 // reports for a process, an absolute path that has to be equal to an admitted one in full.
 //
-// Nothing is kept from one call to the next: every decision reads the executable anew. A refused
-// path is logged with its control characters escaped (utils/Escape.h): its owner chose it. For use
-// by the daemon's one thread.
+// It tells which file a process runs at that moment, not who wrote the code in it. Every decision
+// reads the executable anew. The owner of a refused path has chosen its name, so the log shows it
+// with its control characters escaped. For use by the daemon's one thread.
 #pragma once
 
 struct sd_bus_message;

@@ -8,7 +8,7 @@ namespace Velmar {
 
 // Handles one call of the method:
 //   - the caller is not admitted: replies "auth failed" and does not even read the argument;
-//   - the argument cannot be read as one string: does not reply;
+//   - the argument cannot be read as one string: leaves the reply, an error, to the bus library;
 //   - the argument is "brimletd --exit": ends the process with exit status 0, without a reply;
 //   - the policy refuses the line, the shell cannot be started (the line may be too long for it),
 //     or the output has 102400 bytes or more, or begins with a zero byte: replies
@@ -17,8 +17,8 @@ namespace Velmar {
 //     its standard output less the last byte (in general a line feed), whatever its exit status.
 //
 // In each piece of output (a line, or 1023 bytes of a longer one) a zero byte hides the rest of the
-// piece. Output that is no valid UTF-8 cannot be sent: there is no reply then. A command has no
-// time limit.
+// piece. The bus library replies with an error to output that is no valid UTF-8. A command has
+// no time limit.
 //
 // `userdata` and `error` are not used. Logs a failure as ERROR. Returns 1 once it has replied, so
 // that the bus library does not send an error as a second reply; otherwise a negative error, which

@@ -1,17 +1,17 @@
-// Which process has sent a message: asked of the bus over a connection of its own.
+// Asks the bus which process has sent a message, over a connection of its own: while the library
+// waits for an answer on the connection that serves calls, it keeps all calls that arrive.
 //
-// On the connection that serves calls the bus library would keep every call that arrives before the
-// answer, without a bound. On this one nothing is kept. But it owns no name, so no policy keeps
-// strangers from sending to it: their messages are dropped one by one, and where they have filled
-// its queue at the bus, which then drops the answer, the question is asked again on a new one.
+// The connection owns no name, so no policy keeps strangers from sending to it. It drops what they
+// send. When they have filled its queue at the bus, the bus drops the answer; a new connection then
+// brings another one.
 //
 // For use by the daemon's one thread.
 #pragma once
 
 namespace Velmar {
 
-// Opens the connection ahead of the first question, when strangers have had no time to get in the
-// way. A failure is left to the first question.
+// Opens the connection ahead of the first question, before strangers can get in the way. Where that
+// fails, the first question tries again.
 void PrepareSenderQuery();
 
 // Returns the process id of the connection `sender`, or a negative error as QueryPid() does. After
@@ -19,8 +19,7 @@ void PrepareSenderQuery();
 // the old one. Takes at most 5 seconds in all.
 int QuerySenderPid(const char* sender);
 
-// Whether the last question took longer than a working bus does, which strangers can bring about
-// again and again.
+// Whether the last question took longer than a bus that nobody disturbs.
 bool WasLastQuerySlow();
 
 }  // namespace Velmar

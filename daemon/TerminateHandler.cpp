@@ -1,5 +1,6 @@
-// What becomes of an exception that nobody catches. The C++ library's own handler, which the daemon
-// would carry with it, spells out its type: a third of the daemon's file, for one line.
+// Takes the place of the C++ library's handler of exceptions that nobody catches, which the daemon
+// would otherwise be linked with: it spells out their types and would be a third of the daemon's
+// file.
 
 #include <cstdlib>
 

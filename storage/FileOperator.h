@@ -16,9 +16,8 @@ namespace Velmar {
 //
 // No operation waits for another process. What has no positions (a FIFO, a terminal) is neither
 // read nor written: where it can be opened, reading gives 0 bytes, writing sets the permission bits
-// only
-// ("ate": fails), and its size is -1 without a log line. A FIFO that nobody reads cannot be opened
-// for writing. A file whose lease another process still holds cannot be opened.
+// only ("ate": fails), and its size is -1 without a log line. A FIFO that nobody reads cannot be
+// opened for writing, and a file whose lease another process still holds cannot be opened at all.
 //
 // A mode word chooses how a file is opened. It is compared exactly; every other word is refused
 // before anything is opened.

@@ -17,7 +17,7 @@ namespace Utils {
 namespace {
 
 constexpr const char* kModule = "UTILS";
-// Of a call of at most ten seconds.
+// Ten seconds in all.
 constexpr std::chrono::milliseconds kConnectPatience{2500};
 constexpr std::chrono::milliseconds kReplyPatience{5000};
 constexpr std::chrono::milliseconds kSenderPatience{2500};
@@ -29,7 +29,7 @@ bool IsTimeoutText(const std::string& text) {
   return text == kTimeoutText || text == kChineseTimeoutText || text == std::strerror(ETIMEDOUT);
 }
 
-// Returns a negative error, with its text in `errorMessage`, where there is no reply or an error.
+// Returns 0, or a negative error with its text in `errorMessage`: no reply came, or an error did.
 int ReceiveReply(sd_bus* bus, sd_bus_message* call, UniqueMessage& reply,
                  std::string& errorMessage) {
   int r = AwaitConnection(bus, kConnectPatience);
@@ -44,7 +44,7 @@ int ReceiveReply(sd_bus* bus, sd_bus_message* call, UniqueMessage& reply,
   if (error != nullptr && error->message != nullptr) {
     errorMessage = error->message;
   }
-  return -sd_bus_message_get_errno(reply.get());
+  return -sd_bus_message_get_errno(reply.get());  // 0 for a reply
 }
 
 int ReadReply(sd_bus_message* reply, const std::string& command, std::string& result) {
@@ -106,7 +106,7 @@ int CallBrimletd(const std::string& command, std::string& result, std::string& e
   int r = CreateBrimletdCall(&openedBus, &madeCall, command);
   const UniqueBus bus(openedBus);
   const UniqueMessage call(madeCall);
-  // Not before the command was used: the caller may have passed one of them as the command, too.
+  // Only now: the caller may have passed one of them as the command, too.
   result.clear();
   errorMessage.clear();
   if (r < 0) {

@@ -15,10 +15,10 @@ using Clock = std::chrono::steady_clock;
 constexpr const char* kUsualAddress = "unix:path=/run/dbus/system_bus_socket";
 constexpr const char* kTheBus = "org.freedesktop.DBus";
 constexpr const char* kTheBusPath = "/org/freedesktop/DBus";
-// How long the library waits for replies on its own, as for that to the request of a name.
+// How long the library waits by itself, as for the bus to give out a name.
 constexpr std::uint64_t kReplyTimeoutUsec = 5000000;
 
-// Handles one message, or waits for something to happen. However much arrives, the time counts.
+// Handles one message, or waits for one until the deadline, which counts however much arrives.
 int Advance(sd_bus* bus, Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::microseconds>(deadline - Clock::now());
   if (left.count() <= 0) {
@@ -38,7 +38,7 @@ int DropMessage(sd_bus_message* /*message*/, void* /*userdata*/, sd_bus_error* /
   return 1;
 }
 
-// Somebody else may guess the number of a question and answer it.
+// Anybody may answer who guesses the serial number of a question.
 bool IsFromTheBus(sd_bus_message* message) {
   const char* const sender = sd_bus_message_get_sender(message);
   return sender != nullptr && std::strcmp(sender, kTheBus) == 0;
@@ -67,10 +67,10 @@ int StartSystemBus(UniqueBus& bus) {
   int r = sd_bus_new(&made);
   UniqueBus started(made);
   const char* const address = secure_getenv("DBUS_SYSTEM_BUS_ADDRESS");
-  // A descriptor of a stranger's may wait in close(), or be one too many.
-  if (r < 0 || (r = sd_bus_negotiate_fds(made, 0)) < 0 ||
-      (r = sd_bus_set_address(made, address != nullptr ? address : kUsualAddress)) < 0 ||
+  if (r < 0 || (r = sd_bus_set_address(made, address ? address : kUsualAddress)) < 0 ||
       (r = sd_bus_set_bus_client(made, 1)) < 0 ||
+      // A stranger's descriptors could pile up, or wait in close().
+      (r = sd_bus_negotiate_fds(made, 0)) < 0 ||
       (r = sd_bus_set_method_call_timeout(made, kReplyTimeoutUsec)) < 0 ||
       (r = sd_bus_start(made)) < 0) {
     return r;
@@ -105,7 +105,7 @@ int Exchange(sd_bus* bus, sd_bus_message* call, std::chrono::milliseconds patien
   if (r < 0) {
     return r;
   }
-  // The library itself answers what is open when the connection is lost.
+  // When the connection is lost, the library makes up a reply.
   return sd_bus_is_open(bus) > 0 ? 0 : -ECONNRESET;
 }
 

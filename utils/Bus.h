@@ -1,8 +1,8 @@
 // The system bus as both ends of a call use it. Internal: not installed.
 //
-// Everybody on the bus may send to these connections, whatever they like. So none of them takes
-// descriptors, every wait has an end, and messages that nobody asked for are dropped one by one.
-// Results are those of the bus library: negative error numbers for failures.
+// Everybody on the bus may send anything to these connections. So none of them takes descriptors,
+// every wait has an end, and they drop messages that nobody asked for one by one. Results are those
+// of the bus library: negative error numbers for failures.
 #pragma once
 
 #include <sys/types.h>
@@ -20,7 +20,7 @@ inline constexpr const char* kObjectPath = "/com/tolvane/brimlet";
 inline constexpr const char* kMethodName = "brimletd";
 
 struct BusReleaser {
-  // Without a flush, which waits for ever for a bus that reads nothing.
+  // Without a flush, which would wait for ever for a bus that reads nothing.
   void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
   void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
@@ -43,11 +43,11 @@ int Exchange(sd_bus* bus, sd_bus_message* call, std::chrono::milliseconds patien
              UniqueMessage& reply);
 
 // Asks the bus for the process id of the connection `name`, by Exchange(). Returns it, which is
-// positive. -ENXIO: the bus knows no such connection. -ENODATA: it has no process id here. Every
-// other error says that the bus has not answered.
+// positive. -ENXIO: the bus knows no such connection. -ENODATA: it has no process id here. After
+// every other error it makes sense to ask again.
 int QueryPid(sd_bus* bus, const char* name, std::chrono::milliseconds patience);
 
-// The name that the log gives to the step in which QueryPid() failed with `error`.
+// The step in which QueryPid() failed with `error`, by the name that people search the log for.
 const char* GetFailedStep(int error);
 
 }  // namespace Velmar

@@ -29,17 +29,17 @@ constexpr Shape kIpv4{"IPv4-address",
                       "255, without leading zeros",
                       Utils::IsIpv4Address};
 // The 5 GHz channels of Wi-Fi.
-constexpr Shape kChannel{"channel", "a number from 36 to 177",
+constexpr Shape kChannel{"channel", "begins with a number from 36 to 177",
                          [](Word word) { return HasNumberInRange(word, 36, 177); }};
-constexpr Shape kPort{"port", "a number from 0 to 65535",
+constexpr Shape kPort{"port", "begins with a number from 0 to 65535",
                       [](Word word) { return HasNumberInRange(word, 0, 65535); }};
-constexpr Shape kIndex{"index", "a number from 0 to 99",
+constexpr Shape kIndex{"index", "begins with a number from 0 to 99",
                        [](Word word) { return HasNumberInRange(word, 0, 99); }};
 
 // clang-format off
 constexpr Rule kRules[] = {
-    // word 1           words  word 2     word 3    word 4    word 5  word 6
-    {"--exit",          2, 2, {},                                               "brimletd"},
+    // word 1          min max  word 2    word 3    word 4    word 5  word 6  word 0, if not any
+    {"--exit",          2, 2, {},                                             "brimletd"},
     {"--add",           2, 2, {}},
     {"-a",              2, 2, {}},
     {"--delete",        2, 2, {}},
@@ -71,7 +71,7 @@ constexpr bool HasAllShapes(const Rule& rule) {
 }
 static_assert(std::ranges::all_of(kRules, HasAllShapes));
 
-// The words of a line, as Utils::Split() finds them: empty ones count, but for one behind a blank
+// The words of a line, as Utils::Split() finds them: empty ones count, except one after a blank
 // that ends the line. One more than any rule allows is kept, so that every rule refuses a longer
 // line for its number of words, however many it has.
 class Words {

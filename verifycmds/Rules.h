@@ -1,6 +1,7 @@
-// The command policy as data: one row an option word. Internal: not installed.
+// The command policy as data: one row for each option word. Internal: not installed.
 //
-// Whoever audits the daemon reads the rows in Rules.cpp: nothing else decides which lines may run.
+// The rows in Rules.cpp decide which lines may run. They fix the form of a line and no more: word 0
+// is free in all rows but one, and the line goes through the shell.
 #pragma once
 
 #include <array>
@@ -18,7 +19,7 @@ struct Shape {
   bool (*matches)(const std::string& word);
 };
 
-// No line has more words, words 0 and 1 included.
+// The most words that any line may have, words 0 and 1 included.
 inline constexpr std::size_t kMaxWords = 7;
 
 // The form of the lines with one option word.
@@ -33,14 +34,14 @@ struct Rule {
 // All rules, each with another option word.
 std::span<const Rule> GetRules();
 
-// Why a line is refused; the first reason that there is, in this order.
+// Why a line is refused: the first of these reasons that applies.
 enum class Fault {
   kNone,           // it is allowed
   kNoOption,       // it has fewer than two words
   kUnknownOption,  // no rule has its word 1
   kWordCount,      // it has too few or too many words for its rule
   kProgram,        // its word 0 is not the one of its rule
-  kArgument,       // a word has not the shape that the rule wants there
+  kArgument,       // a word does not have the shape that the rule wants there
 };
 
 struct Verdict {
