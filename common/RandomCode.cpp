@@ -317,16 +317,12 @@ void ClearSensitiveData(void* memory, std::int32_t length) {
     return;
   }
   const auto size = static_cast<std::size_t>(length);
-  if (memset_s(memory, size, 0, size) != 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "clear sensitive date error, using 0, len = %d", length);
-  }
-  if (memset_s(memory, size, 1, size) != 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "clear sensitive date error, using 1, len = %d", length);
-  }
+  // None of these can fail: the sizes are the same.
+  memset_s(memory, size, 0, size);
+  memset_s(memory, size, 1, size);
   const unsigned char* const pool = GetRandomPool(length);
-  if (pool != nullptr && memcpy_s(memory, size, pool, size) != 0) {
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule,
-                "clear sensitive date error, using random number, len = %d", length);
+  if (pool != nullptr) {
+    memcpy_s(memory, size, pool, size);
   }
   // The compiler takes this statement for a reader of the memory, so it keeps the copy.
   asm volatile("" : : "r"(memory) : "memory");

@@ -17,9 +17,10 @@ namespace {
 
 constexpr const char* kModule = "ORVIX_BRIMLETD";
 constexpr int kStopped = 1;
+constexpr const char* kNameFailure = "Failed to acquire service name: ";
 constexpr std::chrono::milliseconds kConnectPatience{3000};
 constexpr std::uint64_t kIdleWaitUsec = 2000000;
-constexpr std::uint64_t kNoNameFlags = 0;  // neither queue for the name nor replace its owner
+constexpr std::chrono::milliseconds kNamePatience{3000};
 
 const sd_bus_vtable BrimletdBusVtable[] = {
     SD_BUS_VTABLE_START(0),
@@ -44,11 +45,6 @@ int ExportObject(sd_bus* bus, UniqueSlot& slot) {
   return r;
 }
 
-int AcquireName(sd_bus* bus) {
-  const int r = AwaitConnection(bus, kConnectPatience);
-  return r < 0 ? r : sd_bus_request_name(bus, kBusName, kNoNameFlags);
-}
-
 // Strangers can make a question about a sender slow again and again, but not hide the parent's end.
 int ProcessPending(sd_bus* bus) {
   int r = 0;
@@ -58,6 +54,9 @@ int ProcessPending(sd_bus* bus) {
   return r;
 }
 
+// Not at all while strangers send faster than the daemon drops it.
+int Wait(sd_bus* bus) { return sd_bus_wait(bus, TendSenderQuery() ? 0 : kIdleWaitUsec); }
+
 }  // namespace
 
 int RunBusService() {
@@ -66,15 +65,17 @@ int RunBusService() {
   // The object comes before the name: whoever sees the name finds the method.
   if (!HasWorked(StartSystemBus(bus), "Failed to connect to system bus: ") ||
       !HasWorked(ExportObject(bus.get(), slot), "Failed to issue method call: ") ||
-      !HasWorked(AcquireName(bus.get()), "Failed to acquire service name: ")) {
+      !HasWorked(AwaitConnection(bus.get(), kConnectPatience), kNameFailure)) {
     return kStopped;
   }
   PrepareSenderQuery();
+  if (!HasWorked(RequestName(bus.get(), kBusName, kNamePatience), kNameFailure)) {
+    return kStopped;
+  }
   while (HasWorked(ProcessPending(bus.get()), "Failed to sd_bus_process: ") &&
-         HasWorked(sd_bus_wait(bus.get(), kIdleWaitUsec), "Failed to sd_bus_wait: ") &&
+         HasWorked(Wait(bus.get()), "Failed to sd_bus_wait: ") &&
          HasWorked(CheckParent(getppid()), "Failed to CheckParent, r:")) {
   }
-  sd_bus_flush(bus.get());
   return kStopped;
 }
 

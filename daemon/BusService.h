@@ -10,7 +10,7 @@ namespace Velmar {
 //
 // Always returns 1, after an ERROR line that tells what failed: connecting, exporting the object,
 // acquiring the name (another process owns it, or the bus refuses it), processing, waiting, or the
-// parent check. Waits at most 10 seconds for the bus before it serves. Closes all that it opened.
+// parent check. Waits at most 9 seconds for the bus before it serves. Closes all that it opened.
 int RunBusService();
 
 }  // namespace Velmar

@@ -22,9 +22,7 @@ constexpr std::size_t kMaxPathLength = 4095;
 int GetSenderPid(sd_bus_message* message) {
   const int r = QuerySenderPid(sd_bus_message_get_sender(message));
   if (r < 0) {
-    const void* const noCreds = nullptr;
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", GetFailedStep(r), r,
-                noCreds);
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = (nil)", GetFailedStep(r), r);
   }
   return r;
 }
@@ -70,7 +68,6 @@ int CheckAuth(sd_bus_message* message) {
 int CheckParent(int pid) {
   std::string path;
   const int length = GetSenderPath(pid, path);
-  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "CheckParent path:%s r:%d ", path.c_str(), length);
   if (length < 1) {
     return length;
   }

@@ -51,8 +51,6 @@ bool ReadOutput(std::FILE* pipe, std::string& output) {
 
 Outcome ExecutePopen(sd_bus_message* message, const char* command) {
   if (!SingletonNew<VerifyCmds>::GetInstance().IsValidCmd(command)) {
-    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "command is not in check_whitelist, command =  %s",
-                command);
     return Refuse(message, kExecuteFailedReply, -1);
   }
   Utils::UniquePipe pipe = Utils::OpenCommand(command);
@@ -69,7 +67,6 @@ Outcome ExecutePopen(sd_bus_message* message, const char* command) {
     output.pop_back();
   }
   const int r = Reply(message, output.c_str());
-  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "retBuf: %s", output.c_str());
   return {r, r >= 0};
 }
 

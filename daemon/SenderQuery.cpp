@@ -12,25 +12,28 @@ namespace {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
+constexpr milliseconds kStartPatience{3000};
 // An answer takes a fraction of a millisecond. The first wait is short: a new connection helps
-// where the answer was dropped.
+// where the bus has dropped the answer.
 constexpr milliseconds kFirstPatience{1000};
 constexpr milliseconds kConnectPatience{2000};
 constexpr milliseconds kSecondPatience{2000};
+constexpr milliseconds kTendPatience{200};
 constexpr milliseconds kSlow{500};
 
 UniqueBus g_bus;
+UniqueBus g_next;  // in place of g_bus, once the bus lets it in
 bool g_wasSlow = false;
 
-// Keeps the old connection until the new one is there.
-int OpenAnew() {
-  UniqueBus bus;
-  int r = StartSystemBus(bus);
+int OpenAnew(milliseconds patience) {
+  int r = g_next ? 0 : StartSystemBus(g_next);
   if (r >= 0) {
-    r = AwaitConnection(bus.get(), kConnectPatience);
+    r = AwaitConnection(g_next.get(), patience);
   }
   if (r >= 0) {
-    g_bus = std::move(bus);
+    g_bus = std::move(g_next);
+  } else if (r != -ETIMEDOUT) {  // after that it keeps its place in the queue
+    g_next.reset();
   }
   return r;
 }
@@ -42,19 +45,27 @@ int AskTwice(const char* sender) {
   if (IsAnswer(first)) {
     return first;
   }
-  const int opened = OpenAnew();
+  const int opened = OpenAnew(kConnectPatience);
   return g_bus ? QueryPid(g_bus.get(), sender, kSecondPatience) : opened;
 }
 
 }  // namespace
 
-void PrepareSenderQuery() { static_cast<void>(OpenAnew()); }
+void PrepareSenderQuery() { static_cast<void>(OpenAnew(kStartPatience)); }
 
 int QuerySenderPid(const char* sender) {
   const Clock::time_point start = Clock::now();
   const int result = AskTwice(sender);
   g_wasSlow = Clock::now() - start > kSlow;
   return result;
+}
+
+bool TendSenderQuery() {
+  const int r = g_bus ? DropPending(g_bus.get(), kTendPatience) : -ENOTCONN;
+  if (r < 0) {
+    static_cast<void>(OpenAnew(kTendPatience));
+  }
+  return r > 0;
 }
 
 bool WasLastQuerySlow() { return g_wasSlow; }

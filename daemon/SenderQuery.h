@@ -10,16 +10,20 @@
 
 namespace Velmar {
 
-// Opens the connection ahead of the first question, before strangers can get in the way. Where that
-// fails, the first question tries again.
+// Opens the connection ahead of the first question, before strangers can get in the way. Waits at
+// most 3 seconds. Where that fails, it is tried again later.
 void PrepareSenderQuery();
 
 // Returns the process id of the connection `sender`, or a negative error as QueryPid() does. After
-// anything but an answer it asks once more: on a new connection or, where none can be opened, on
-// the old one. Takes at most 5 seconds in all.
+// anything but an answer it asks once more: on a new connection or, as long as strangers keep that
+// waiting, on the old one. Takes at most 5 seconds in all.
 int QuerySenderPid(const char* sender);
 
-// Whether the last question took longer than a bus that nobody disturbs.
+// Drops what strangers have sent to the connection, and mends it. Takes a fraction of a second.
+// Returns whether there is more to drop.
+bool TendSenderQuery();
+
+// Whether the last question took longer than with a bus that nobody disturbs.
 bool WasLastQuerySlow();
 
 }  // namespace Velmar

@@ -197,32 +197,18 @@ bool WriteText(const std::string& path, std::string_view text) {
 
 int SaveContent(const std::string& path, const IniFileData& data) {
   if (data.mSections.empty()) {
-    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "the config file is empty!");
     return -1;
   }
   BRIMLET_LOG(LOG_LEVEL_INFO, kModule, "ready to save %s.", path.c_str());
-  if (!WriteText(path, TextComposer(data).Compose())) {
-    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "the config file is not written!");
-    return -1;
-  }
-  return 0;
+  return WriteText(path, TextComposer(data).Compose()) ? 0 : -1;
 }
 
 }  // namespace
 
 int IniParser::Load(const std::string& path) {
   const std::optional<std::string> text = ReadText(path);
-  if (!text) {
-    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "file not found!");
-    return -1;
-  }
-  if (text->size() > kMaxFileSize) {
-    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "file oversize!");
-    return -1;
-  }
   IniFileData data;
-  if (!TextParser(data).Parse(*text)) {
-    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "read wrong type ini file! file path: %s", path.c_str());
+  if (!text || text->size() > kMaxFileSize || !TextParser(data).Parse(*text)) {
     return -1;
   }
   mFiles[path] = std::move(data);
@@ -249,13 +235,9 @@ bool IniParser::CheckSectionInvalid(const std::string& path, const std::string& 
     BRIMLET_LOG(LOG_LEVEL_WARNING, kModule, "config file %s is empty!", path.c_str());
     return true;
   }
-  const auto found = sections.find(section);
-  if (found == sections.end()) {
+  // No section is held without a key.
+  if (!sections.contains(section)) {
     BRIMLET_LOG(LOG_LEVEL_WARNING, kModule, "section %s is invalid!", section.c_str());
-    return true;
-  }
-  if (found->second.empty()) {
-    BRIMLET_LOG(LOG_LEVEL_WARNING, kModule, "section %s is empty!", section.c_str());
     return true;
   }
   return false;

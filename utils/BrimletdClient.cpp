@@ -47,7 +47,7 @@ int ReceiveReply(sd_bus* bus, sd_bus_message* call, UniqueMessage& reply,
   return -sd_bus_message_get_errno(reply.get());  // 0 for a reply
 }
 
-int ReadReply(sd_bus_message* reply, const std::string& command, std::string& result) {
+int ReadReply(sd_bus_message* reply, std::string& result) {
   const char* text = nullptr;
   const int r = sd_bus_message_read(reply, "s", &text);
   if (r < 0) {
@@ -56,8 +56,6 @@ int ReadReply(sd_bus_message* reply, const std::string& command, std::string& re
   }
   if (text != nullptr) {
     result = text;
-    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "sd_bus_message_read command = %s, r = %d, result = %s",
-                command.c_str(), r, result.c_str());
   }
   return r;
 }
@@ -93,9 +91,7 @@ int GetReplySenderPid(sd_bus_message* reply) {
   const int r =
       QueryPid(sd_bus_message_get_bus(reply), sd_bus_message_get_sender(reply), kSenderPatience);
   if (r < 0) {
-    const void* const noCreds = nullptr;
-    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = %p", GetFailedStep(r), -r,
-                noCreds);
+    BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "%s failed: %d, creds = (nil)", GetFailedStep(r), -r);
   }
   return r;
 }
@@ -125,13 +121,11 @@ int CallBrimletd(const std::string& command, std::string& result, std::string& e
                 g_brimletdPid);
     return r;
   }
-  return ReadReply(reply.get(), command, result);
+  return ReadReply(reply.get(), result);
 }
 
 int ExecuteByBrimletd(const std::string& command, std::string& result, std::string& errorMessage) {
   const int r = CallBrimletd(command, result, errorMessage);
-  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "execute popoen result, ret:%d result:%s errorMessage:%s",
-              r, result.c_str(), errorMessage.c_str());
   if (r < 0 && IsTimeoutText(errorMessage)) {
     BRIMLET_LOG(LOG_LEVEL_WARNING, kModule,
                 "popoen error, please retry orvix, result:%s, errormessage:%s", result.c_str(),

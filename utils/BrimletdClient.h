@@ -59,7 +59,7 @@ int CallBrimletd(const std::string& command, std::string& result, std::string& e
 
 // Opens a connection to the system bus and makes the call to the daemon's method, without sending
 // it or waiting for the connection. Neither `bus` nor `call` may be null; both `*bus` and `*call`
-// have to be null before, and the caller releases them with sd_bus_flush_close_unref() and
+// have to be null before, and the caller releases them with sd_bus_close_unref() and
 // sd_bus_message_unref(), also after a failure. Returns a non-negative value, or the bus library's
 // negative error, which is logged.
 int CreateBrimletdCall(sd_bus** bus, sd_bus_message** call, const std::string& command);

@@ -15,8 +15,8 @@ using Clock = std::chrono::steady_clock;
 constexpr const char* kUsualAddress = "unix:path=/run/dbus/system_bus_socket";
 constexpr const char* kTheBus = "org.freedesktop.DBus";
 constexpr const char* kTheBusPath = "/org/freedesktop/DBus";
-// How long the library waits by itself, as for the bus to give out a name.
-constexpr std::uint64_t kReplyTimeoutUsec = 5000000;
+constexpr std::uint32_t kDoNotQueue = 4;  // as the bus's RequestName takes and gives them
+constexpr std::uint32_t kPrimaryOwner = 1;
 
 // Handles one message, or waits for one until the deadline, which counts however much arrives.
 int Advance(sd_bus* bus, Clock::time_point deadline) {
@@ -44,20 +44,27 @@ bool IsFromTheBus(sd_bus_message* message) {
   return sender != nullptr && std::strcmp(sender, kTheBus) == 0;
 }
 
-int ReadPid(sd_bus_message* reply) {
-  if (!IsFromTheBus(reply)) {
-    return -EBADMSG;
-  }
-  if (sd_bus_message_is_method_error(reply, nullptr) > 0) {
-    return -sd_bus_message_get_errno(reply);
-  }
-  std::uint32_t number = 0;
-  const int r = sd_bus_message_read(reply, "u", &number);
+UniqueMessage NewCallToTheBus(sd_bus* bus, const char* member) {
+  sd_bus_message* call = nullptr;
+  sd_bus_message_new_method_call(bus, &call, kTheBus, kTheBusPath, kTheBus, member);
+  return UniqueMessage(call);
+}
+
+// Sends a call to the bus itself, which replies with a number.
+int AskTheBus(sd_bus* bus, sd_bus_message* call, std::chrono::milliseconds patience,
+              std::uint32_t& number) {
+  UniqueMessage reply;
+  const int r = Exchange(bus, call, patience, reply);
   if (r < 0) {
     return r;
   }
-  const auto pid = static_cast<pid_t>(number);
-  return pid > 0 ? pid : -ENODATA;
+  if (!IsFromTheBus(reply.get())) {
+    return -EBADMSG;
+  }
+  if (sd_bus_message_is_method_error(reply.get(), nullptr) > 0) {
+    return -sd_bus_message_get_errno(reply.get());
+  }
+  return sd_bus_message_read(reply.get(), "u", &number);
 }
 
 }  // namespace
@@ -70,9 +77,7 @@ int StartSystemBus(UniqueBus& bus) {
   if (r < 0 || (r = sd_bus_set_address(made, address ? address : kUsualAddress)) < 0 ||
       (r = sd_bus_set_bus_client(made, 1)) < 0 ||
       // A stranger's descriptors could pile up, or wait in close().
-      (r = sd_bus_negotiate_fds(made, 0)) < 0 ||
-      (r = sd_bus_set_method_call_timeout(made, kReplyTimeoutUsec)) < 0 ||
-      (r = sd_bus_start(made)) < 0) {
+      (r = sd_bus_negotiate_fds(made, 0)) < 0 || (r = sd_bus_start(made)) < 0) {
     return r;
   }
   bus = std::move(started);
@@ -109,17 +114,35 @@ int Exchange(sd_bus* bus, sd_bus_message* call, std::chrono::milliseconds patien
   return sd_bus_is_open(bus) > 0 ? 0 : -ECONNRESET;
 }
 
-int QueryPid(sd_bus* bus, const char* name, std::chrono::milliseconds patience) {
-  sd_bus_message* made = nullptr;
-  int r = sd_bus_message_new_method_call(bus, &made, kTheBus, kTheBusPath, kTheBus,
-                                         "GetConnectionUnixProcessID");
-  const UniqueMessage question(made);
-  UniqueMessage answer;
-  if (r < 0 || (r = sd_bus_message_append(question.get(), "s", name)) < 0 ||
-      (r = Exchange(bus, question.get(), patience, answer)) < 0) {
+int DropPending(sd_bus* bus, std::chrono::milliseconds patience) {
+  const Clock::time_point deadline = Clock::now() + patience;
+  sd_bus_slot* filtered = nullptr;
+  int r = sd_bus_add_filter(bus, &filtered, DropMessage, nullptr);
+  const UniqueSlot filter(filtered);
+  while (r >= 0 && (r = sd_bus_process(bus, nullptr)) > 0 && Clock::now() < deadline) {
+  }
+  return r;
+}
+
+int RequestName(sd_bus* bus, const char* name, std::chrono::milliseconds patience) {
+  const UniqueMessage call = NewCallToTheBus(bus, "RequestName");
+  std::uint32_t result = 0;
+  int r = sd_bus_message_append(call.get(), "su", name, kDoNotQueue);
+  if (r < 0 || (r = AskTheBus(bus, call.get(), patience, result)) < 0) {
     return r;
   }
-  return ReadPid(answer.get());
+  return result == kPrimaryOwner ? 0 : -EEXIST;
+}
+
+int QueryPid(sd_bus* bus, const char* name, std::chrono::milliseconds patience) {
+  const UniqueMessage call = NewCallToTheBus(bus, "GetConnectionUnixProcessID");
+  std::uint32_t number = 0;
+  int r = sd_bus_message_append(call.get(), "s", name);
+  if (r < 0 || (r = AskTheBus(bus, call.get(), patience, number)) < 0) {
+    return r;
+  }
+  const auto pid = static_cast<pid_t>(number);
+  return pid > 0 ? pid : -ENODATA;
 }
 
 const char* GetFailedStep(int error) {

@@ -42,7 +42,14 @@ int AwaitConnection(sd_bus* bus, std::chrono::milliseconds patience);
 int Exchange(sd_bus* bus, sd_bus_message* call, std::chrono::milliseconds patience,
              UniqueMessage& reply);
 
-// Asks the bus for the process id of the connection `name`, by Exchange(). Returns it, which is
+// Drops all messages that have arrived. Returns 0, or 1 when `patience` is over before the last.
+int DropPending(sd_bus* bus, std::chrono::milliseconds patience);
+
+// Asks the bus for a well-known name by Exchange(), without queueing for it or replacing its owner.
+// -EEXIST: another connection owns it.
+int RequestName(sd_bus* bus, const char* name, std::chrono::milliseconds patience);
+
+// Asks the bus for the process id of the connection `name` by Exchange(). Returns it, which is
 // positive. -ENXIO: the bus knows no such connection. -ENODATA: it has no process id here. After
 // every other error it makes sense to ask again.
 int QueryPid(sd_bus* bus, const char* name, std::chrono::milliseconds patience);

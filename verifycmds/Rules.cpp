@@ -74,33 +74,28 @@ static_assert(std::ranges::all_of(kRules, HasAllShapes));
 // The words of a line, as Utils::Split() finds them: empty ones count, except one after a blank
 // that ends the line. One more than any rule allows is kept, so that every rule refuses a longer
 // line for its number of words, however many it has.
-class Words {
- public:
+struct Words {
   explicit Words(std::string_view line) {
-    while (!line.empty() && mCount < mWords.size()) {
+    while (!line.empty() && count < list.size()) {
       const std::size_t end = std::min(line.find(' '), line.size());
-      mWords[mCount++] = line.substr(0, end);
+      list[count++] = line.substr(0, end);
       line.remove_prefix(std::min(end + 1, line.size()));
     }
   }
 
-  [[nodiscard]] std::size_t Count() const { return mCount; }
-  std::string_view operator[](std::size_t index) const { return mWords[index]; }
-
- private:
-  std::array<std::string_view, kMaxWords + 1> mWords;
-  std::size_t mCount = 0;
+  std::array<std::string_view, kMaxWords + 1> list;
+  std::size_t count = 0;
 };
 
 Verdict JudgeBy(const Rule& rule, const Words& words) {
-  if (words.Count() < rule.minWords || words.Count() > rule.maxWords) {
+  if (words.count < rule.minWords || words.count > rule.maxWords) {
     return {Fault::kWordCount, &rule};
   }
-  if (!rule.program.empty() && words[0] != rule.program) {
+  if (!rule.program.empty() && words.list[0] != rule.program) {
     return {Fault::kProgram, &rule};
   }
-  for (std::size_t i = 2; i < words.Count(); ++i) {
-    if (!rule.arguments[i - 2]->matches(std::string(words[i]))) {
+  for (std::size_t i = 2; i < words.count; ++i) {
+    if (!rule.arguments[i - 2]->matches(std::string(words.list[i]))) {
       return {Fault::kArgument, &rule, i};
     }
   }
@@ -113,10 +108,10 @@ std::span<const Rule> GetRules() { return kRules; }
 
 Verdict Judge(std::string_view line) {
   const Words words(line);
-  if (words.Count() < 2) {
+  if (words.count < 2) {
     return {Fault::kNoOption};
   }
-  const auto* const rule = std::ranges::find(kRules, words[1], &Rule::option);
+  const auto* const rule = std::ranges::find(kRules, words.list[1], &Rule::option);
   return rule == std::end(kRules) ? Verdict{Fault::kUnknownOption} : JudgeBy(*rule, words);
 }
 
