@@ -21,8 +21,6 @@ constexpr const char* kOldSuffix = ".old";
 
 const char* GetLevelName(int level) {
   switch (level) {
-    case LOG_LEVEL_DEBUG:
-      return "DEBUG";
     case LOG_LEVEL_INFO:
       return "INFO";
     case LOG_LEVEL_WARNING:

@@ -44,9 +44,6 @@ int GetSenderPath(int pid, std::string& path) {
 }  // namespace
 
 int CheckAuth(sd_bus_message* message) {
-  if (message == nullptr) {
-    return -1;
-  }
   const int pid = GetSenderPid(message);
   if (pid < 0) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "GetSenderPid failed. pid = %d", pid);

@@ -11,8 +11,7 @@ struct sd_bus_message;
 namespace Velmar {
 
 // Returns 1 when the sender of the message runs the main program or the casting engine. Returns a
-// negative error otherwise: that of SenderQuery.h, or -1. Logs the reason as ERROR, but for a null
-// `message`.
+// negative error otherwise, that of SenderQuery.h or -1, and logs the reason as ERROR.
 int CheckAuth(sd_bus_message* message);
 
 // Returns 1 when process `pid` runs the main program. Returns -1 otherwise and logs the reason as

@@ -86,10 +86,8 @@ Outcome PopenProcess(sd_bus_message* message) {
     return {r, false};
   }
   if (std::strcmp(command, kBrimletdExitCommand) == 0) {
-    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "brimletd exit!");
     std::exit(EXIT_SUCCESS);
   }
-  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "command = %s ", command);
   return ExecutePopen(message, command);
 }
 

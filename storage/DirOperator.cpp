@@ -89,7 +89,6 @@ class TreeRemoval {
       return -1;
     }
     mPath.append("/").append(entry.d_name);
-    BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "removing dir, file path is %s", mPath.c_str());
     const bool isDir = entry.d_type == DT_DIR;
     const int result = isDir ? RemoveDirAt(dir, entry.d_name) : RemoveFileAt(dir, entry.d_name);
     mPath.resize(dirLength);
