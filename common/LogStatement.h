@@ -29,14 +29,11 @@ struct SourceName {
 }  // namespace Velmar
 
 // Writes a line through the process's logger, or does nothing where no logger can be made. The
-// format has to be a literal and is checked against its arguments; these are not evaluated for
-// LOG_LEVEL_DEBUG, whose lines are never written.
-#define BRIMLET_LOG(level, module, ...)                                             \
-  do {                                                                              \
-    if constexpr ((level) > ::Velmar::LOG_LEVEL_DEBUG) {                            \
-      if (auto* const logger = ::Velmar::Singleton<::Velmar::Logger>::Instance()) { \
-        static constexpr ::Velmar::SourceName sourceName(__FILE__);                 \
-        logger->Write((level), sourceName.text, __LINE__, (module), __VA_ARGS__);   \
-      }                                                                             \
-    }                                                                               \
+// format has to be a literal and is checked against its arguments.
+#define BRIMLET_LOG(level, module, ...)                                           \
+  do {                                                                            \
+    if (auto* const logger = ::Velmar::Singleton<::Velmar::Logger>::Instance()) { \
+      static constexpr ::Velmar::SourceName sourceName(__FILE__);                 \
+      logger->Write((level), sourceName.text, __LINE__, (module), __VA_ARGS__);   \
+    }                                                                             \
   } while (false)

@@ -138,10 +138,6 @@ void WriteFree(int level, const char* file, const char* module, const char* form
 
 }  // namespace
 
-Logger::Logger() = default;
-
-Logger::~Logger() = default;
-
 void Logger::Init(const std::string& path) {
   mFilePath = path;
   mFd.Reset();

@@ -43,11 +43,9 @@ inline constexpr LogLevel LOG_LEVEL_CRITICAL = 5;
 // his own and those that he may read and write).
 class BRIMLET_EXPORT Logger {
  public:
-  Logger();
+  Logger() = default;
   Logger(const Logger&) = delete;
   Logger& operator=(const Logger&) = delete;
-  // Closes the file.
-  ~Logger();
 
   // Opens the log file at `path`, made with mode 0600 if missing; an existing file is appended to
   // and gets mode 0600. Its folder must exist. Init() first clears the path:

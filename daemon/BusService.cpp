@@ -1,10 +1,11 @@
 #include "daemon/BusService.h"
 
+#include <poll.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdint>
+#include <iterator>
 
 #include "common/LogStatement.h"
 #include "daemon/CallerAuth.h"
@@ -15,11 +16,12 @@
 namespace Velmar {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr const char* kModule = "ORVIX_BRIMLETD";
-constexpr int kStopped = 1;
 constexpr const char* kNameFailure = "Failed to acquire service name: ";
 constexpr std::chrono::milliseconds kConnectPatience{3000};
-constexpr std::uint64_t kIdleWaitUsec = 2000000;
+constexpr std::chrono::milliseconds kIdleWait{2000};
 constexpr std::chrono::milliseconds kNamePatience{3000};
 
 const sd_bus_vtable BrimletdBusVtable[] = {
@@ -54,8 +56,19 @@ int ProcessPending(sd_bus* bus) {
   return r;
 }
 
-// Not at all while strangers send faster than the daemon drops it.
-int Wait(sd_bus* bus) { return sd_bus_wait(bus, TendSenderQuery() ? 0 : kIdleWaitUsec); }
+// As sd_bus_wait(), but drops what strangers send to the other connection before it piles up.
+int Wait(sd_bus* bus) {
+  const Clock::time_point end = Clock::now() + kIdleWait;
+  pollfd both[] = {{sd_bus_get_fd(bus), static_cast<short>(sd_bus_get_events(bus)), 0}, {}};
+  int ready = 0;
+  do {
+    both[1] = {GetSenderQueryFd(), POLLIN, 0};
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+    ready = poll(both, std::size(both), static_cast<int>(left.count()));
+    TendSenderQuery();
+  } while (ready > 0 && both[0].revents == 0 && Clock::now() < end);
+  return sd_bus_wait(bus, 0);
+}
 
 }  // namespace
 
@@ -66,17 +79,17 @@ int RunBusService() {
   if (!HasWorked(StartSystemBus(bus), "Failed to connect to system bus: ") ||
       !HasWorked(ExportObject(bus.get(), slot), "Failed to issue method call: ") ||
       !HasWorked(AwaitConnection(bus.get(), kConnectPatience), kNameFailure)) {
-    return kStopped;
+    return 1;
   }
   PrepareSenderQuery();
   if (!HasWorked(RequestName(bus.get(), kBusName, kNamePatience), kNameFailure)) {
-    return kStopped;
+    return 1;
   }
   while (HasWorked(ProcessPending(bus.get()), "Failed to sd_bus_process: ") &&
          HasWorked(Wait(bus.get()), "Failed to sd_bus_wait: ") &&
          HasWorked(CheckParent(getppid()), "Failed to CheckParent, r:")) {
   }
-  return kStopped;
+  return 1;
 }
 
 }  // namespace Velmar

@@ -27,18 +27,16 @@ int GetSenderPid(sd_bus_message* message) {
   return r;
 }
 
-// Gives the path of the executable that a process runs. Returns its length, or -1 when it cannot be
-// read: the process may be gone.
-int GetSenderPath(int pid, std::string& path) {
+// The path of the executable that a process runs; empty when it cannot be read.
+std::string GetSenderPath(int pid) {
   const std::string link = "/proc/" + std::to_string(pid) + "/exe";
   char target[kMaxPathLength];
   const ssize_t length = readlink(link.c_str(), target, sizeof target);
   if (length < 1) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "GetSenderPath readlink failed , path =%s", link.c_str());
-    return -1;
+    return "";
   }
-  path.assign(target, static_cast<std::size_t>(length));
-  return static_cast<int>(length);
+  return {target, static_cast<std::size_t>(length)};
 }
 
 }  // namespace
@@ -49,10 +47,9 @@ int CheckAuth(sd_bus_message* message) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "GetSenderPid failed. pid = %d", pid);
     return pid;
   }
-  std::string path;
-  const int length = GetSenderPath(pid, path);
-  if (length < 1) {
-    return length;
+  const std::string path = GetSenderPath(pid);
+  if (path.empty()) {
+    return -1;
   }
   if (path == kOrvixCorePath || path == kBrimletMainPath) {
     return 1;
@@ -63,10 +60,9 @@ int CheckAuth(sd_bus_message* message) {
 }
 
 int CheckParent(int pid) {
-  std::string path;
-  const int length = GetSenderPath(pid, path);
-  if (length < 1) {
-    return length;
+  const std::string path = GetSenderPath(pid);
+  if (path.empty()) {
+    return -1;
   }
   if (path == kBrimletMainPath) {
     return 1;

@@ -94,7 +94,6 @@ Outcome PopenProcess(sd_bus_message* message) {
 }  // namespace
 
 int BrimletPopen(sd_bus_message* message, void* /*userdata*/, sd_bus_error* /*error*/) {
-  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "BrimletPopen in");
   if (message == nullptr) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "BrimletPopen error! ");
     return -1;
@@ -103,7 +102,6 @@ int BrimletPopen(sd_bus_message* message, void* /*userdata*/, sd_bus_error* /*er
   if (outcome.result < 0) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "PopenProcess fail r:%d ", outcome.result);
   }
-  BRIMLET_LOG(LOG_LEVEL_DEBUG, kModule, "BrimletPopen out");
   return outcome.isReplied ? 1 : outcome.result;
 }
 

@@ -17,7 +17,7 @@ constexpr milliseconds kStartPatience{3000};
 // where the bus has dropped the answer.
 constexpr milliseconds kFirstPatience{1000};
 constexpr milliseconds kConnectPatience{2000};
-constexpr milliseconds kSecondPatience{2000};
+constexpr milliseconds kSecondPatience{3000};
 constexpr milliseconds kTendPatience{200};
 constexpr milliseconds kSlow{500};
 
@@ -60,13 +60,14 @@ int QuerySenderPid(const char* sender) {
   return result;
 }
 
-bool TendSenderQuery() {
+void TendSenderQuery() {
   const int r = g_bus ? DropPending(g_bus.get(), kTendPatience) : -ENOTCONN;
-  if (r < 0) {
-    static_cast<void>(OpenAnew(kTendPatience));
+  if (r < 0 && OpenAnew(kTendPatience) < 0) {
+    g_bus.reset();
   }
-  return r > 0;
 }
+
+int GetSenderQueryFd() { return g_bus ? sd_bus_get_fd(g_bus.get()) : -1; }
 
 bool WasLastQuerySlow() { return g_wasSlow; }
 
