@@ -55,17 +55,17 @@ coverage() {
   awk '/^TOTAL/ { exit 100 * $6 > 5 * $5 }' build/coverage/report
 }
 
-# What a target finds on the way stays out of the tree.
+# What a target finds on the way is kept for the next time, out of the tree.
 fuzz() {
   install_missing "${CLANG_PACKAGES[@]}"
   build fuzz
   local source target
   for source in fuzz/*_fuzz.cpp; do
     target=$(basename "$source" .cpp)
-    mkdir -p "build/fuzz/found/$target"
     echo "$target"
-    quietly "build/fuzz/fuzz/$target" -max_total_time="$1" -timeout=10 -artifact_prefix=build/fuzz/ \
-      -dict="fuzz/$target.dict" "build/fuzz/found/$target" "fuzz/corpus/$target"
+    mkdir -p "build/fuzz/found/$target"
+    quietly "build/fuzz/fuzz/$target" -max_total_time="$1" -timeout=10 \
+      -artifact_prefix=build/fuzz/ "build/fuzz/found/$target"
   done
 }
 
