@@ -74,7 +74,7 @@ int StartSystemBus(UniqueBus& bus) {
   int r = sd_bus_new(&made);
   UniqueBus started(made);
   const char* const address = secure_getenv("DBUS_SYSTEM_BUS_ADDRESS");
-  if (r < 0 || (r = sd_bus_set_address(made, address ? address : kUsualAddress)) < 0 ||
+  if (r < 0 || (r = sd_bus_set_address(made, address != nullptr ? address : kUsualAddress)) < 0 ||
       (r = sd_bus_set_bus_client(made, 1)) < 0 ||
       // A stranger's descriptors could pile up, or wait in close().
       (r = sd_bus_negotiate_fds(made, 0)) < 0 || (r = sd_bus_start(made)) < 0) {
