@@ -1,23 +1,16 @@
-"""A machine of its own for who needs the running daemon: a mount and process namespace in which the
-application is installed, a bus with the system bus's own configuration and the packaged policy, the
-main program, and the daemon as its child. Works as root and as an ordinary user.
+"""A machine of its own for who needs the running daemon: a mount and process namespace, for root
+and for an ordinary user, with the application installed, a bus with the system bus's configuration
+and the packaged policy, the main program, and the daemon as its child.
 
     become_core()               # first of all: the program starts once more, on that machine
-    with contextlib.closing(Machine()) as machine:
-        machine.start()
-        machine.call("echo --add")      # "--add"
+    machine = Machine()
+    machine.start()
+    machine.call("echo --add")  # "--add": the interpreter runs from the casting engine's path
 
-The interpreter then runs from the casting engine's installed path: it is an admitted caller. All
-files that the machine makes lie in a file system that nobody else sees; it goes, and every process
-ends, when the program does. The environment says what is tried:
-
-BRIMLET_BUILD          the build folder (build/release)
-BRIMLET_TESTED_DAEMON  another daemon: an installed one, or a script that starts it in an emulator
-BRIMLET_TESTED_MAIN    another main program
-BRIMLET_TESTED_POLICY  another bus policy; empty: what the machine has installed
-BRIMLET_TEST_BUS       dbus-daemon, or dbus-broker, unpacked in BRIMLET_BROKER_DIR or installed;
-                       the program exits with status 77 where that is missing
-"""
+All files and processes go with the program. The environment says what is tried: BRIMLET_BUILD, the
+build folder; BRIMLET_TESTED_DAEMON and BRIMLET_TESTED_MAIN, other programs; BRIMLET_TESTED_POLICY,
+another bus policy, or none for what is installed; BRIMLET_TEST_BUS, dbus-daemon or dbus-broker,
+which may lie in BRIMLET_BROKER_DIR: where it is missing, the program ends with status 77."""
 import contextlib
 import os
 import re
@@ -29,35 +22,30 @@ import sys
 import tempfile
 import time
 
-import dbus
 import dbus.bus
 
 CORE = "/opt/apps/com.tolvane.brimlet/files/orvix/bin/OrvixCore"
 MAIN = "/opt/apps/com.tolvane.brimlet/files/brimlet/bin/Brimlet"
-DAEMON = "/opt/brimletd"
-NAME, PATH = "com.tolvane.brimlet", "/com/tolvane/brimlet"
+DAEMON, NAME, PATH = "/opt/brimletd", "com.tolvane.brimlet", "/com/tolvane/brimlet"
 MEMBERS = 64000  # the group that may call the daemon, on this machine
 ON_BROKER = os.environ.get("BRIMLET_TEST_BUS") == "dbus-broker"
-SKIPPED = 77
 TREE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-
+BUILD = os.environ.get("BRIMLET_BUILD", "build/release")
 # What the new file systems may hide is opened before.
 SETUP = f"""set -e
 umask 022
-build=${{BRIMLET_BUILD:-build/release}}
-policy=${{BRIMLET_TESTED_POLICY-$build/packaging/{NAME}.conf}}
-exec 3<"${{BRIMLET_TESTED_DAEMON:-$build/bin/brimletd}}" 9<"$TREE" \
-  4<"${{BRIMLET_TESTED_MAIN:-$build/examples/main_program}}" 5<"${{policy:-/dev/null}}"
+policy=${{BRIMLET_TESTED_POLICY-{BUILD}/packaging/{NAME}.conf}}
+exec 3<"${{BRIMLET_TESTED_DAEMON:-{BUILD}/bin/brimletd}}" 5<"${{policy:-/dev/null}}" \
+  4<"${{BRIMLET_TESTED_MAIN:-{BUILD}/examples/main_program}}" 9<"{TREE}"
 if [ "$BRIMLET_TEST_BUS" = dbus-broker ]; then
   [ -z "$BRIMLET_BROKER_DIR" ] ||
     mount -t overlay -o "lowerdir=$BRIMLET_BROKER_DIR:/usr/bin" none /usr/bin || true
-  command -v dbus-broker-launch >/dev/null || {{ echo "not run: no dbus-broker"; exit {SKIPPED}; }}
+  command -v dbus-broker-launch >/dev/null || {{ echo "not run: no dbus-broker"; exit 77; }}
 fi
 mount -t tmpfs -o mode=0755 none /opt
 mount -t tmpfs -o mode=0755 none /run
-[ -e "$TREE" ] || {{ mkdir -p "$TREE"; mount --no-canonicalize --rbind /proc/self/fd/9 "$TREE"; }}
+[ -e "{TREE}" ] || {{ mkdir -p "{TREE}"; mount -c --rbind /proc/self/fd/9 "{TREE}"; }}
 mkdir -m 1777 /opt/tmp
-mkdir -p /run/systemd/journal
 install -D /proc/self/fd/3 {DAEMON}
 install -D /proc/self/fd/4 {MAIN}
 install -D /usr/bin/python3 {CORE}
@@ -86,14 +74,22 @@ def become_core():
         unshare = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
         if subprocess.run([*unshare, "true"], stderr=subprocess.DEVNULL).returncode != 0:
             unshare.append("--map-root-user")  # an ordinary user, and root in some containers
-        os.environ["TREE"] = TREE
         os.execvp("unshare", [*unshare, "sh", "-c", SETUP, "sh", *sys.argv])
 
 
+def read(path):
+    with open(path, encoding="utf-8", errors="replace") as file:
+        return file.read()
+
+
+def read_log(path):
+    """The lines of a log file, without times and line numbers."""
+    stamp = r"^\[\d\d-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6}\] (\[\w+\] \[\w+):\d+\] "
+    return [re.sub(stamp, r"\1] ", line) for line in read(path).split("\n")[:-1]]
+
+
 def has_other_users():
-    """Whether this machine knows anybody but root."""
-    with open("/proc/self/uid_map", encoding="ascii") as users:
-        return users.read().split()[2] != "1"
+    return read("/proc/self/uid_map").split()[2] != "1"
 
 
 def eventually(condition):
@@ -110,37 +106,36 @@ def eventually(condition):
 def standing_at(path, program):
     """Has a file stand at the path of an installed one."""
     subprocess.run(["mount", "--bind", program, path], check=True)
-    yield
-    subprocess.run(["umount", path], check=True)
+    try:
+        yield
+    finally:
+        subprocess.run(["umount", "--lazy", path], check=True)
 
 
 class Machine:
-    """A bus, a home folder, and what start() starts. `home`, `bus`, `address`, `pid` are for all."""
+    """A bus, a home folder, and what start() starts."""
 
     def __init__(self):
-        self.home, self.main, self.pid, self.taken = tempfile.mkdtemp(), None, 0, 0
+        self.home, self.main, self.taken = tempfile.mkdtemp(), None, 0
         os.chmod(self.home, 0o711)  # other users come to the bus and to nothing else
-        self.log_path = self.home + "/Brimlet/log/brimletd.log"
-        self.address = f"unix:path={self.home}/bus"
-        os.environ.update(HOME=self.home, DBUS_SYSTEM_BUS_ADDRESS=self.address)
-        self.start_bus()
-
-    def start_bus(self):
-        """Starts the bus; `connection` is one to it then."""
-        command = ["dbus-daemon", "--system", "--nofork", "--nopidfile", "--address=" + self.address]
+        self.log_path, path = self.home + "/Brimlet/log/brimletd.log", self.home + "/bus"
+        os.environ.update(HOME=self.home, DBUS_SYSTEM_BUS_ADDRESS="unix:path=" + path)
+        command = ["dbus-daemon", "--system", "--nofork", "--nopidfile",
+                   "--address=unix:path=" + path]
         if ON_BROKER:
             read_journal()
-            command = ["systemd-socket-activate", f"--listen={self.home}/bus",
+            command = ["systemd-socket-activate", "--listen=" + path,
                        "--setenv=DBUS_SYSTEM_BUS_ADDRESS", "dbus-broker-launch", "--scope=system"]
         self.bus = subprocess.Popen(command, stderr=subprocess.DEVNULL)
-        eventually(lambda: os.path.exists(self.home + "/bus"))
-        os.chmod(self.home + "/bus", 0o777)
+        eventually(lambda: os.path.exists(path))
+        os.chmod(path, 0o777)
         self.connection = eventually(self.connect)
 
-    def connect(self):
+    @staticmethod
+    def connect():
         """A new connection to the bus; None where there is none to be had."""
         with contextlib.suppress(dbus.DBusException):
-            return dbus.bus.BusConnection(self.address)
+            return dbus.bus.BusConnection(os.environ["DBUS_SYSTEM_BUS_ADDRESS"])
 
     def start(self, program=DAEMON):
         """Starts the main program, which starts `program` (the daemon, or what becomes it), and
@@ -151,34 +146,34 @@ class Machine:
         if ready != "ready\n":
             raise RuntimeError(f"the daemon does not start: {started}{ready}")
         self.pid = int(started.split()[-1])
+        self.is_emulated = "qemu" in os.readlink(f"/proc/{self.pid}/exe")
         return self.pid
 
-    def call(self, line, connection=None):
+    def call(self, *line, method=(NAME, "brimletd")):
         """The daemon's reply to a line, or "error: " and the name of the bus's error."""
         try:
-            return str((connection or self.connection).call_blocking(
-                NAME, PATH, NAME, "brimletd", "s", (line,), timeout=600))
+            return str(self.connection.call_blocking(NAME, PATH, *method, "s" * len(line), line,
+                                                     timeout=100))
         except dbus.DBusException as error:
             return "error: " + error.get_dbus_name()
 
+    def describe(self):
+        """The daemon's description of itself."""
+        return self.call(method=("org.freedesktop.DBus.Introspectable", "Introspect"))
+
     def log(self):
         """The lines logged since the last call, without times and line numbers."""
-        # The daemon logs a failure after its reply, and describes itself when it is done with that.
-        with contextlib.suppress(dbus.DBusException):
-            self.connection.call_blocking(NAME, PATH, dbus.INTROSPECTABLE_IFACE, "Introspect", "",
-                                          (), timeout=600)
-        with open(self.log_path, encoding="utf-8") as file:
-            lines = file.read().split("\n")[self.taken:-1]
+        self.describe()  # it logs a failure after its reply, and does this when it is done
+        lines = read_log(self.log_path)[self.taken:]
         self.taken += len(lines)
-        return [re.sub(r"^\[\d\d-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6}\] (\[\w+\] \[\w+):\d+\] ",
-                       r"\1] ", line) for line in lines]
+        return lines
 
-    def run(self, *command, at=None, **options):
+    def run(self, *command, at=None):
         """What a program prints; it stands at the path `at` while it runs."""
         program = os.path.realpath(shutil.which(command[0]))
         with standing_at(at, program) if at else contextlib.nullcontext():
             return subprocess.run(command, executable=at or program, stdout=subprocess.PIPE,
-                                  text=True, check=False, **options).stdout
+                                  text=True, check=False).stdout
 
     def script(self, body):
         """The path of a shell script, the same each time."""
@@ -188,10 +183,34 @@ class Machine:
         return file.name
 
     def uses(self):
-        """How many descriptors the daemon has open, and how many bytes of memory are resident."""
-        with open(f"/proc/{self.pid}/statm", encoding="ascii") as statm:
-            pages = int(statm.read().split()[1])
-        return len(os.listdir(f"/proc/{self.pid}/fd")), pages * resource.getpagesize()
+        """How many descriptors the daemon has open, and how many bytes of memory are resident and
+        there at all: none where a sanitizer or an emulator has its part in them."""
+        pages = read(f"/proc/{self.pid}/statm").split()
+        whole, resident = (int(count) * resource.getpagesize() for count in pages[:2])
+        own = whole < 1 << 35 and not self.is_emulated
+        return len(os.listdir(f"/proc/{self.pid}/fd")), own * resident, own * whole
+
+    def strace(self, fault, *words):
+        """A command that has system calls fail: "read:error=EIO -P /a/file"."""
+        return ["strace", "-o", self.home + "/trace", *f"-e inject={fault}".split(), *words]
+
+    def await_fault(self):
+        """Until it has happened: a case without it would show nothing."""
+        eventually(lambda: "(INJECTED)" in read(self.home + "/trace"))
+
+    @contextlib.contextmanager
+    def failing(self, fault):
+        """Has system calls of the running daemon fail."""
+        tracer = subprocess.Popen(self.strace(fault, "-p", str(self.pid)), stderr=subprocess.PIPE)
+        while not (said := tracer.stderr.readline()).endswith(b"attached\n"):
+            if not said:
+                raise RuntimeError("these tests have to trace processes")
+        try:
+            yield
+            self.await_fault()
+        finally:
+            tracer.terminate()
+            tracer.communicate()
 
     def stop(self):
         """Has the main program stop the daemon and end; returns the daemon's exit status."""
@@ -200,10 +219,7 @@ class Machine:
 
     def end(self):
         """The exit status of the daemon, which ends by itself."""
-        def has_ended():
-            with open(f"/proc/{self.pid}/stat", encoding="ascii") as stat:
-                return stat.read().split()[2] == "Z"
-        eventually(has_ended)
+        eventually(lambda: read(f"/proc/{self.pid}/stat").split()[2] == "Z")
         if self.main.poll() is None:
             return self.stop()
         return os.waitstatus_to_exitcode(os.waitpid(self.pid, 0)[1])
@@ -220,6 +236,7 @@ class Machine:
 def read_journal(path="/run/systemd/journal/socket"):
     """Dbus-broker does not start without a journal, and stands still when nobody reads it."""
     if not os.path.exists(path):
+        os.makedirs(os.path.dirname(path))
         journal = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         journal.bind(path)
         os.chmod(path, 0o777)
