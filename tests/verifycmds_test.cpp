@@ -1,130 +1,72 @@
-// The policy against the table of patterns in Grammar.cpp, on seeded random and mutated lines.
+// The policy, and the program that explains it, against the patterns in Grammar.h.
 #include "verifycmds/verifycmds.h"
 
-#include <gtest/gtest.h>
-
-#include <cstddef>
-#include <map>
 #include <random>
-#include <string>
+#include <set>
 
-#include "tests/Grammar.h"
-#include "tests/Support.h"
+#include "fuzz/Grammar.h"
+#include "tests/FolderTest.h"
+#include "verifycmds/Rules.h"
 
-namespace BrimletTest {
-namespace {
+// Words that fit in some place, or nearly, or in none.
+const std::string k16 = "abcdefghij_12345", k64 = k16 + k16 + k16 + k16;
+// clang-format off
+const Texts kWords = {
+    "", "wlan-0", "\xc3\xa9", "123456789012", "1234567890123", "+12", "12a", "0", "99", "100", "36", "-36",
+    "177", "35", "178", "\t\r00000000000036", "-0", "65535", "65536", "-1", "\v7", "4294967332", "orvix1",
+    "00:00:00:00:00:00", "192.168.1.01", "1.2.3.256", "--ADD", "--adds", k16 + "x", k64 + "x", " ", "1 1 1 1 1 1"};
+// clang-format on
 
-constexpr int kRandomLines = 250000;
-
-class PolicyTest : public testing::Test {
- protected:
-  bool IsValid(const std::string& line) { return mPolicy.IsValidCmd(line); }
-
-  Velmar::VerifyCmds mPolicy;
-  LogCapture mLog;
+struct PolicyTest : FolderTest {
+  Velmar::VerifyCmds& policy = Velmar::SingletonNew<Velmar::VerifyCmds>::GetInstance();
 };
 
-class LineMaker {
- public:
-  std::string Make() {
-    const Rule& rule = kGrammar[Below(kGrammar.size())];
-    std::string line = Below(8) == 0 ? "" : rule.program != nullptr ? rule.program : "x";
-    line += std::string(" ") + rule.option;
-    for (const Form& form : rule.arguments) {
-      // The first sample fits; most lines should get beyond their first argument.
-      line += " " + form.samples[Below(2) == 0 ? Below(form.samples.size()) : 0];
+TEST_F(PolicyTest, AgreesWithThePatternsAndSoDoesBrimletCheck) {
+  std::mt19937 random(1);
+  std::set<std::string> lines;
+  std::ifstream allowed(SOURCE_DIR "/tests/data/lines.txt");
+  std::size_t rules = 0;
+  for (std::string line; std::getline(allowed, line); ++rules) {
+    lines.insert(line);
+    EXPECT_TRUE(policy.IsValidCmd(line)) << line;
+    for (std::size_t start = 0, end = 0; end < line.size(); start = end + 1) {
+      end = std::min(line.find(' ', start), line.size());
+      lines.insert(line.substr(0, end));
+      for (const std::string& word : kWords)
+        lines.insert(std::string(line).replace(start, end - start, word));
     }
-    for (auto mutations = Below(3); mutations > 0; --mutations) {
-      Mutate(line);
-    }
-    return line;
+    for (int i = 0; i < 500; ++i)
+      lines.insert(std::string(line).replace(random() % line.size(), random() % 2, random() % 2,
+                                             "  \t\r-_:.09aFgx+\x80"[random() % 16]));
   }
-
- private:
-  std::size_t Below(std::size_t bound) { return mRandom() % bound; }
-
-  void Mutate(std::string& line) {
-    static const std::string bytes = "  \t\n-_:.09aFgx+\x80";
-    const std::size_t at = Below(line.size() + 1);
-    switch (Below(4)) {
-      case 0:
-        line.insert(at, 1, bytes[Below(bytes.size())]);
-        break;
-      case 1:
-        line.erase(at, 1);
-        break;
-      case 2:
-        line.replace(at, at < line.size() ? 1 : 0, 1, bytes[Below(bytes.size())]);
-        break;
-      default:
-        line.resize(at);
-        break;
-    }
+  EXPECT_EQ(rules, Velmar::GetRules().size());
+  std::string input, verdicts;
+  for (int number = 0; const std::string& line : lines) {
+    const bool isAllowed = policy.IsValidCmd(line);
+    EXPECT_EQ(isAllowed, BrimletTest::IsAllowed(line)) << '"' << line << '"';
+    input += line + "\n";
+    verdicts += std::to_string(++number) + (isAllowed ? ": allowed\n" : ": refused\n");
   }
-
-  std::mt19937 mRandom{1};
-};
-
-TEST_F(PolicyTest, AgreesWithTheGrammarOnRandomAndMutatedLines) {
-  LineMaker maker;
-  std::map<Verdict, int> counts;
-  for (int i = 0; i < kRandomLines; ++i) {
-    const std::string line = maker.Make();
-    const Verdict verdict = Judge(line);
-    ++counts[verdict];
-    ASSERT_EQ(IsValid(line), verdict == Verdict::kAllowed) << testing::PrintToString(line);
-  }
-  // The comparison is worth something only while all three are common.
-  EXPECT_GT(counts[Verdict::kAllowed], kRandomLines / 10);
-  EXPECT_GT(counts[Verdict::kRefused], kRandomLines / 10);
-  EXPECT_GT(counts[Verdict::kUnknown], kRandomLines / 20);
-  EXPECT_EQ(mLog.Take().size(), static_cast<std::size_t>(counts[Verdict::kUnknown]));
+  std::ofstream(folder / "lines") << input;
+  Run(BRIMLET_CHECK " <lines | cut -d: -f1,2 >verdicts");
+  EXPECT_EQ(ReadWhole(folder / "verdicts"), verdicts);
 }
 
-TEST_F(PolicyTest, AgreesOnEverySampleInEveryPlaceAndOnEveryNumberOfWords) {
-  for (const Rule& rule : kGrammar) {
-    for (std::size_t place = 0; place < rule.arguments.size(); ++place) {
-      for (const std::string& sample : rule.arguments[place].samples) {
-        std::string line = std::string("x ") + rule.option;
-        for (std::size_t i = 0; i < rule.arguments.size(); ++i) {
-          line += " " + (i == place ? sample : rule.arguments[i].samples[0]);
-        }
-        EXPECT_EQ(IsValid(line), Judge(line) == Verdict::kAllowed) << testing::PrintToString(line);
-      }
-    }
-    std::string line = rule.program != nullptr ? rule.program : "x";
-    line += std::string(" ") + rule.option;
-    for (int count = 2; count < 12; ++count) {
-      for (const char* const tail : {"", " ", "  "}) {
-        EXPECT_EQ(IsValid(line + tail), Judge(line + tail) == Verdict::kAllowed) << line << tail;
-      }
-      const std::size_t next = static_cast<std::size_t>(count) - 2;
-      line += " " + (next < rule.arguments.size() ? rule.arguments[next].samples[0] : "1");
-    }
-  }
+TEST_F(PolicyTest, JudgesHugeLinesAndLogsUnknownOptionWordsOnly) {
+  const std::string huge(20'000'000, '0');
+  EXPECT_TRUE(policy.IsValidCmd(huge + " --unblock " + huge + "99"));
+  EXPECT_FALSE(policy.IsValidCmd("x --add" + std::string(huge.size(), ' ')));
+  EXPECT_EQ(Logged(), "");
+  EXPECT_FALSE(policy.IsValidCmd("x " + huge));
+  EXPECT_EQ(Logged(), "E ORVIX_BRIMLETD: It doesn't find this command\n");
 }
 
-TEST_F(PolicyTest, LogsAnUnknownOptionWordAndNoOtherRefusal) {
-  for (const char* const line : {"", "brimletd", "x\t--add", "x --add y", "x --exit", " "}) {
-    EXPECT_FALSE(IsValid(line)) << line;
-  }
-  EXPECT_EQ(mLog.Take(), Lines{});
-  for (const char* const line :
-       {"x  --add", " x --add", "x --ADD", "x --add=1", "x --adds", "  "}) {
-    EXPECT_FALSE(IsValid(line)) << line;
-    EXPECT_EQ(mLog.Take(),
-              Lines{"[ERROR] [verifycmds] ORVIX_BRIMLETD: It doesn't find this command"});
-  }
+TEST_F(PolicyTest, IsExplainedByBrimletCheckAndShownInTheManual) {
+  std::ofstream(folder / "brimlet-check") << "#!/bin/sh\nexec" BRIMLET_CHECK " \"$@\"\n";
+  Run("chmod 700 brimlet-check; cp " SOURCE_DIR
+      "/tests/data/brimlet-check.txt told; "
+      "grep '^\\$' told | while read -r line; do printf '%s\\n' \"$line\"; "
+      "PATH=.:$PATH sh -c \"${line#* }\" 2>err; echo $?; done | diff told -");
+  Run("sed '1,/A test compares/d;/^.fi/,$d;/^.nf/d;s/\\\\-/-/g' " SOURCE_DIR
+      "/packaging/brimletd.8.in >manual; ./brimlet-check --grammar | diff manual -");
 }
-
-TEST_F(PolicyTest, JudgesHugeLines) {
-  const std::string huge(20'000'000, 'w');
-  EXPECT_TRUE(IsValid("x --btup " + huge));
-  EXPECT_TRUE(IsValid(huge + " --add"));
-  EXPECT_FALSE(IsValid("x " + huge));
-  EXPECT_TRUE(IsValid("x --unblock " + std::string(20'000'000, '0') + "99"));
-  EXPECT_FALSE(IsValid("x --add" + std::string(20'000'000, ' ')));
-}
-
-}  // namespace
-}  // namespace BrimletTest
