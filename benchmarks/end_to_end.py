@@ -35,8 +35,8 @@ END
 [ "$1" = True ] || exit 0  # there is no other user than root
 cp -a /etc /opt/etc
 mount --bind /opt/etc /etc
-mkdir -p /etc/polkit-1/rules.d /run/dbus
-(cd /run/systemd && mkdir -p seats sessions users machines)
+mkdir -p /etc/polkit-1/rules.d /run/dbus /run/systemd/machines /run/systemd/seats \
+  /run/systemd/sessions /run/systemd/users
 echo 'permit nopass nobody' >/etc/doas.conf
 rm -f /etc/sudoers
 (umask 337 && echo 'nobody ALL=(ALL) NOPASSWD: ALL' >/etc/sudoers)

@@ -28,14 +28,14 @@ struct FileOperatorTest : FolderTest {
 };
 
 TEST_F(FileOperatorTest, WritesAsTheModeWordTellsAndTellsFilesFromLinks) {
-  EXPECT_EQ(Write("out", "x\0z"s, 0) + Write("out", "xyz", 2), "0x\0z|0\0\0xyz|"s);
-  EXPECT_EQ(Write("ate", "x", 1) + Write("app", "x", 1), "0\0x|0oldx|"s);
-  EXPECT_EQ(Write("binary", "", 0) + Write("in", "x", 0), "105old|105old|");
+  EXPECT_EQ(Write("out", "x\0z"s, 0) + Write("ate", "xyz", 2), "0x\0z|0\0\0xyz|"s);
+  EXPECT_EQ(Write("app", "x", 1) + Write("binary", "", 0) + Write("in", "x", 0),
+            "0oldx|105old|105old|");
   EXPECT_EQ(files.WriteToFile(none, "x", 0, "out", 0600), 102);
   EXPECT_EQ(files.WriteFile(none, "x", 0, "binary", 0604), 0);
   Run("test $(stat -c %a none) = 604; ln -s file link");
-  EXPECT_TRUE(files.IsLinkFile(folder / "link") && !files.IsLinkFile(file));
-  EXPECT_FALSE(files.IsLinkFile("/"));
+  EXPECT_TRUE(files.IsLinkFile(folder / "link"));
+  EXPECT_FALSE(files.IsLinkFile(file) || files.IsLinkFile("/"));
   EXPECT_EQ(Logged(),
             "W readlink filename:link exist!\nW readlink filename:file not exist!\n"
             "W filename:/ not exist!\n");
@@ -48,13 +48,10 @@ TEST_F(FileOperatorTest, ReadsBytesAndLinesFromAnOffsetAndWaitsForNobodyAtAFifo)
   EXPECT_EQ(ReadLines(file, 1, 0, "app") + ReadLines(none, 1, 0, "in"), "-1 |-1 |");
   EXPECT_EQ(Read(file, "in", 2, 0) + Read(file, "binary", 4, 1), "2a\n??|3\n\nb?|");
   EXPECT_EQ(Read(file, "out", 4, 0) + Read(none, "in", 4, 0), "-1????|-1????|");
-  Run("truncate -s 4294967301 file");
-  EXPECT_EQ(files.GetFileSize(file), 5);  // in 32 bits
   EXPECT_EQ(files.ReadFile(file, nullptr, 1, 0, "in"), -1);
-  EXPECT_EQ(files.GetFileSize(none), -1);
+  EXPECT_EQ(files.GetFileSize(none) + files.GetFileSize(file), -1 + 4);
   EXPECT_EQ(Logged(), "E buffer is nullptr, read failed.\nE ifstream open failed!\n");
   const std::string fifo = folder / "fifo";
   EXPECT_EQ(Read(fifo, "in", 4, 0) + ReadLines(fifo, 1, 0, "in"), "0????|0 |");
-  const Velmar::UniqueFd ends(open(fifo.c_str(), O_RDWR | O_CLOEXEC));
-  EXPECT_EQ(files.WriteFile(fifo, "x", 0, "ate", 0) + files.WriteFile(fifo, "x", 0, "app", 0), 105);
+  EXPECT_EQ(files.WriteFile(fifo, "x", 0, "ate", 0), 105);
 }

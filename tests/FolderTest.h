@@ -59,7 +59,7 @@ struct FolderTest : testing::Test {
   std::string Logged() const {
     const std::regex rest(R"(\[[-: .\d]{24}\] \[([A-Z])[A-Z]+\] \[\w+:\d+\]( UTILS:)?|)" + base +
                           "/f/?");
-    const std::string text = std::regex_replace(ReadWhole(log), rest, "$1");
+    std::string text = std::regex_replace(ReadWhole(log), rest, "$1");
     fs::resize_file(log, 0);
     return text;
   }

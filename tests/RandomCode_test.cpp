@@ -16,15 +16,15 @@ extern "C" int __wrap_RAND_priv_bytes(char* to, unsigned size) {
   g_random.erase(0, size);
   return isEnough ? 1 : -1;
 }
-extern "C" void __wrap_RAND_seed(const void*, int size) { g_seeded += size; }
-extern "C" long __wrap_read(int, char* to, std::size_t size) {
+extern "C" void __wrap_RAND_seed(const void* /*seed*/, int size) { g_seeded += size; }
+extern "C" long __wrap_read(int /*fd*/, char* to, std::size_t size) {
   if (g_device.empty()) return static_cast<long>(size);
   const char step = g_device[0];
   g_device.erase(0, 1);
   errno = step == 'I' ? EINTR : step == 'A' ? EAGAIN : EIO;
   return step > '9' ? -1 : std::fill_n(to, step - '0', step) - to;
 }
-extern "C" int __wrap_poll(pollfd*, nfds_t, int wait) {
+extern "C" int __wrap_poll(pollfd* /*fds*/, nfds_t /*count*/, int wait) {
   char ready[9];
   return wait > 0 && wait <= 10000 ? static_cast<int>(__wrap_read(0, ready, 1)) : 99;
 }

@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
   }
   std::setlocale(LC_ALL, "");
   Velmar::Singleton<Velmar::Logger>::Instance()->Init(argv[1]);
-  Velmar::Utils::SetBrimletdPid(std::atoi(argv[2]));
+  Velmar::Utils::SetBrimletdPid(std::stoi(argv[2]));
   std::string result = argv[3];  // the line may be the text for the result, too
   std::string error = "old";
   const int status = Velmar::Utils::ExecuteByBrimletd(result, result, error);
