@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -25,7 +26,8 @@ inline long Call(long number, int folder, const char* name, int flags, mode_t mo
   return errno == 0 ? syscall(number, folder, name, flags, mode) : -1;
 }
 extern "C" long __wrap_openat(int folder, const char* name, int flags, mode_t mode) {
-  EXPECT_TRUE(flags & O_CLOEXEC) << name;
+  const int wanted = O_CLOEXEC | ((flags & O_DIRECTORY) != 0 ? 0 : O_NOCTTY | O_NONBLOCK);
+  EXPECT_EQ(flags & wanted, wanted) << name;
   return Call(SYS_openat, folder, name, flags, mode);
 }
 extern "C" long __wrap_open(const char* name, int flags, mode_t mode) {
@@ -44,6 +46,7 @@ inline std::string ReadWhole(const std::string& path) {
 struct FolderTest : testing::Test {
   FolderTest() {
     std::signal(SIGXFSZ, SIG_IGN);
+    umask(022);
     Velmar::Singleton<Velmar::Logger>::Instance()->Init(log);
   }
   ~FolderTest() override {
