@@ -49,7 +49,7 @@ def service(machine, name, program):
     """Has a program own its name on the bus."""
     with subprocess.Popen([program], stdout=subprocess.DEVNULL, stderr=subprocess.STDOUT) as child:
         try:
-            tests.eventually(lambda: machine.connection.name_has_owner(name))
+            tests.eventually(lambda: machine.connection.has_owner(name))
             yield child
         finally:
             child.kill()

@@ -3,7 +3,7 @@
 
 # What builds the daemon, and what starts it on a private bus.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev libssl-dev)
-BUS_PACKAGES=(dbus-daemon dbus-system-bus-common systemd util-linux python3-dbus)
+BUS_PACKAGES=(dbus-daemon dbus-system-bus-common systemd util-linux python3-jeepney)
 # What the tests need on top, what the presets that build with Clang do, and what the checks do.
 TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales strace)
 CLANG_PACKAGES=(clang libclang-rt-14-dev)

@@ -28,7 +28,7 @@ trap 'as_root rm -rf --one-file-system "$root"' EXIT
 echo "Making a fresh root"
 # With the bus, and with what a developer has anyway; the rest is for the packages to ask for.
 quietly as_root mmdebstrap --mode=root --variant=apt --format=directory --dpkgopt=force-unsafe-io \
-  --include=ca-certificates,dbus,g++,cmake,make,pkg-config,python3-dbus bookworm "$root"
+  --include=ca-certificates,dbus,g++,cmake,make,pkg-config,python3-jeepney bookworm "$root"
 as_root mkdir -p "$root/src/tests"
 as_root cp -r build/package/debs/*.deb examples packaging scripts "$root/src/"
 as_root cp -r tests/consumer tests/machine.py "$root/src/tests/"

@@ -1,185 +1,185 @@
-"""What everybody on the bus can do to the daemon and to its clients, and what they cannot."""
+"""What everybody on the bus can do to the daemon, and what they cannot."""
 import contextlib
-import json
+import functools
+import multiprocessing
 import os
 import resource
-import select
+import signal
 import socket
+import struct
 import subprocess
 import time
 import unittest
 
-import dbus
+from jeepney import DBusAddress, MatchRule, message_bus, new_method_call
 
 import machine
-from machine import CORE, MAIN, NAME, PATH, Machine, eventually
+from machine import CORE, NAME, PATH, Connection, Machine, eventually
 
 machine.become_core()
-import wire
-from wire import BUS, METHOD, MIB, OWN, Wire
-
+MIB, OWN = 1 << 20, message_bus.RequestName(NAME)
 ROOT, MEMBER, NOBODY = None, [machine.MEMBERS], []
-ASK = r"""said = []
-for call in [OWN, *calls]:
-    wire.heard = b""; wire.wait(**call); wire.wait()
-    said.append(re.findall(r"Error\.(\w+)", wire.heard.decode(errors="replace")))
-said = json.dumps(said)"""
-HOLD = """try:
-    while len(held) < count: held.append(connect(blocking=False))
-except BlockingIOError: pass
-wire.signal(names); wire.wait(); time.sleep(0.1)
-"""
-# More than the bus keeps for one, from many: it stops reading from one of whom it keeps much.
-MANY = "many = [Wire() for _ in range(20)]\n"
-FLOOD = "for one in 20 * many: one.signal(names, MIB * 'x')"
-CUT = """whole = GREETING + message(CALL, "echo --add", serial=2, **METHOD)
-for length in range(len(whole) + 99):
-    cut = bytearray(whole[:length if length <= len(whole) else random.randrange(1, len(whole))])
-    if length > len(whole): cut[random.randrange(len(cut))] = random.randrange(256)
-    with connect() as connected:
-        try: connected.sendall(cut)
-        except OSError: pass
-        while length == len(whole) and b"auth failed" not in connected.recv(4096): pass"""
-LINGER = """held = socket.create_connection(("127.0.0.1", port))
-held.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 1000))
-held.setblocking(False)
-try:
-    while True: held.send(bytes(MIB))
-except BlockingIOError: wire.signal(names, descriptors=[held.fileno()])"""
-BECOME = """wire.post(line); wire.wait(); wire.socket.set_inheritable(True)
-os.execv(core, [core, "-c", "print(flush=True); input()"])"""
+BECOME = """import machine, os, sys
+me, line, core = machine.Connection(), *sys.argv[1:]
+me.post(line); me.has_owner(core); me.sock.set_inheritable(True)
+os.execv(core, [core, "-c", "import sys; print(flush=True); sys.stdin.read()"])"""
 
 
-class Stranger(subprocess.Popen):
-    """A program at no admitted path that takes a step (wire.py), as root or as another user in
-    these groups. Where there is no other user, root is the stranger."""
+def hold(me, names, count=500):
+    """Keeps connections that never say who they are: more than the bus has places for."""
+    with contextlib.suppress(BlockingIOError):
+        while len(me.held) < count:
+            me.held.append(socket.socket(socket.AF_UNIX))
+            me.held[-1].setblocking(False)
+            me.held[-1].connect(machine.bus_path())
+    me.signal(names)
+    me.has_owner(NAME)
+    time.sleep(0.1)
 
-    def __init__(self, step, groups, names):
-        is_other = groups is not ROOT and machine.has_other_users()
-        user = {"user": 65534, "group": 65534, "extra_groups": groups} if is_other else {}
-        source = machine.read(wire.__file__)
-        super().__init__(["/usr/bin/python3", "-c", source, step, json.dumps(names)], text=True,
-                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, **user)
 
-    def said(self, steps=0):
-        """What it says after its step; then it takes some more."""
-        if not (said := self.stdout.readline()):
-            raise RuntimeError("the stranger gives up")
-        print("\n" * steps, end="", file=self.stdin, flush=True)
-        return said
+def flood(_me, names, prepare=lambda: None):
+    """More than the bus keeps for one: so it comes from many, who have connected before."""
+    many = [Connection() for _ in range(20)]
+    prepare()
+    for one in 20 * many:
+        one.signal(names, MIB * "x")
+
+
+def cut(_me, _names):
+    """Calls that end early."""
+    whole = machine.request("echo --add").serialise(2)
+    for length in range(len(whole)):
+        with Connection() as one:
+            one.sock.sendall(whole[:length])
+
+
+def linger(me, names, address):
+    """Sends a socket that waits in close until somebody reads what was sent."""
+    me.held = socket.create_connection(address)
+    me.held.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 1000))
+    me.held.setblocking(False)
+    with contextlib.suppress(BlockingIOError):
+        while me.held.send(bytes(MIB)):
+            pass
+    me.signal(names, descriptors=[me.held.fileno()])
+
+
+def stranger(step, groups, names, pipe):
+    """Takes a step again and again, as root or as another user in these groups. Where there is no
+    other user, root is the stranger."""
+    if groups is not ROOT and machine.has_other_users():
+        os.setgroups(groups)
+        os.setresgid(65534, 65534, 65534)
+        os.setresuid(65534, 65534, 65534)
+    me = Connection()
+    me.held = []
+    while True:
+        said = step(me, names)
+        me.has_owner(NAME)
+        pipe.send(said)
+        pipe.recv()
 
 
 class BusTest(unittest.TestCase):
-    def start(self):
-        """A machine, on which the daemon has its second connection, which asks who a caller is."""
+    def setUp(self):
         self.m = Machine()
         self.addCleanup(self.m.close)
         self.m.start()
-        self.expect_answer()
-        self.waiting = self.m.script("while [ ! -e ~/go ]; do sleep 0.01; done; echo ok") + " --add"
+        self.expect_answer()  # now it has its second connection, which asks who a caller is
+        self.names = eventually(self.find_names)
 
     def expect_answer(self):
         """To an honest call. The bus may have no room for it before the daemon has read others."""
         full = "error: org.freedesktop.DBus.Error.LimitsExceeded"
         self.assertEqual(eventually(lambda: self.m.call("echo --add").replace(full, "")), "--add")
 
-    def names_of(self, pid):
-        """The names of the connections that a process has to the bus."""
-        def has(name):
-            return pid == self.m.connection.call_blocking(
-                *map(BUS.get, ("destination", "path", "interface")), "GetConnectionUnixProcessID",
-                "s", (name,))
-        with contextlib.suppress(dbus.DBusException):  # one has just gone
-            return [name for name in self.m.connection.list_names() if name[0] == ":" and has(name)]
+    def find_names(self):
+        """The names of the daemon's connections."""
+        with Connection() as one:
+            return [name for name in one.ask(message_bus.ListNames()) if name[0] == ":" and
+                    one.ask(message_bus.GetConnectionUnixProcessID(name)) == self.m.pid]
 
-    def send(self, step, groups=NOBODY, **names):
-        known = {"names": eventually(lambda: self.names_of(self.m.pid)), "count": 500}
-        one = Stranger(step, groups, {**known, **names})
-        self.addCleanup(lambda: (one.kill(), one.communicate()))
+    def send(self, step, groups=NOBODY):
+        """A stranger. Its pipe gives what it says after a step, and lets it take another one."""
+        pipe, end = multiprocessing.Pipe()
+        one = multiprocessing.Process(target=stranger, args=(step, groups, self.names, end))
+        one.start()
+        end.close()
+        one.pipe = pipe
+        self.addCleanup(lambda: (one.kill(), one.join()))
         return one
 
-    def send_socket(self, pid):
-        """Has nobody but the process `pid` hold a socket that waits in close for its reader."""
-        server = socket.create_server(("127.0.0.1", 0))
-        self.addCleanup(server.close)
-        names = eventually(lambda: self.names_of(pid))
-        one = self.send(LINGER, names=names, port=server.getsockname()[1])
-        one.said()
-        one.kill()
-        one.wait()
-
     def test_lets_group_and_root_call_the_method_and_root_alone_introspect_and_own_the_name(self):
-        self.start()
-        echo = dict(METHOD, body="echo --add")
-        look = dict(METHOD, interface="org.freedesktop.DBus.Introspectable", member="Introspect")
-        rows = [(echo, [ROOT, MEMBER]), (look, [ROOT]), (dict(look, path="/"), [ROOT]),
-                ({key: value for key, value in echo.items() if key != "interface"}, []),
-                (dict(echo, path="/com/tolvane"), []), (dict(echo, member="Brimletd"), []),
-                (dict(echo, interface="com.tolvane.brimlets"), []),
-                (dict(METHOD, interface="org.freedesktop.DBus.Peer", member="Ping"), []),
-                (dict(echo, interface="org.freedesktop.DBus.Properties", member="GetAll"), [])]
-        names = NAME, self.m.connection.get_name_owner(NAME)
-        calls = [dict(row, destination=name) for name in names for row, _ in rows]
+        bus, line = "org.freedesktop.DBus.", "echo --add"
+        rows = [([ROOT, MEMBER], PATH, NAME, "brimletd", line),
+                ([ROOT], PATH, bus + "Introspectable", "Introspect"),
+                ([ROOT], "/", bus + "Introspectable", "Introspect"),
+                ([], PATH, None, "brimletd", line), ([], "/com/tolvane", NAME, "brimletd", line),
+                ([], PATH, NAME + "s", "brimletd", line), ([], PATH, NAME, "Brimletd", line),
+                ([], PATH, bus + "Peer", "Ping"), ([], PATH, bus + "Properties", "GetAll", NAME)]
+        calls = [(users, new_method_call(DBusAddress(path, name, interface), member,
+                                         "s" * len(body) or None, tuple(body)))
+                 for name in (NAME, self.m.connection.ask(message_bus.GetNameOwner(NAME)))
+                 for users, path, interface, member, *body in rows] + [([ROOT], OWN)]
         for user in [ROOT, MEMBER, NOBODY] if machine.has_other_users() else [ROOT]:
-            with self.subTest(user):
-                allowed = [user is ROOT] + 2 * [user in users for _, users in rows]
-                self.assertEqual(json.loads(self.send(ASK, user, calls=calls).said()),
-                                 [[] if row else ["AccessDenied"] for row in allowed])
+            said = self.send(lambda me, _: [me.ask(one) for _, one in calls], user).pipe.recv()
+            for reply, (users, one) in zip(said, calls, strict=True):
+                denied = reply == f"error: {bus}Error.AccessDenied"
+                self.assertEqual(denied, user not in users, (user, one))
 
     def test_lets_no_signal_through_to_the_owner_of_the_name(self):
-        self.m = Machine()
-        self.addCleanup(self.m.close)
-        self.m.pid = os.getpid()
-        owner, other = Wire(), Wire()
-        owner.wait(**OWN)
-        for groups in (ROOT, MEMBER, NOBODY):
-            self.send("wire.signal(names)", groups, names=[NAME, owner.name, other.name]).said()
-        for one, count in (owner, 0), (other, 3):
-            one.wait()
-            self.assertEqual(one.heard.count(b"a.b\0"), count)
+        self.m.stop()
+        owner, other = Connection(), Connection()
+        owner.ask(OWN)
+        self.names = [NAME, owner.unique_name, other.unique_name]
+        rule = MatchRule(interface="a.b")
+        with owner.filter(rule, bufsize=9) as refused, other.filter(rule, bufsize=9) as passed:
+            for groups in (ROOT, MEMBER, NOBODY):
+                self.send(Connection.signal, groups).pipe.recv()
+            owner.has_owner(NAME)
+            other.has_owner(NAME)
+            self.assertEqual((len(refused), len(passed)), (0, 3))
 
     def test_stays_as_it_was_and_answers_meanwhile(self):
         for step, groups, steps, growth in [
                 # No library takes them for signals, or for calls, since they are replies, too.
-                ("for _ in 1, 2, 3, 4: wire.signal(names, b'', 16 * [0], reply=1)", NOBODY, 20, 1),
-                ("for _ in 1, 2, 3, 4: wire.post(descriptors=16 * [0], reply=1)", MEMBER, 30, 1),
-                (HOLD, NOBODY, 3, 1), (CUT, MEMBER, 1, 4), (MANY + FLOOD, NOBODY, 1, 4),
-                ("for _ in range(5000): wire.post()", MEMBER, 1, 4),
+                (lambda me, names: me.signal(names, "", 16 * [0], reply_serial=1), NOBODY, 80, 1),
+                (lambda me, _: me.post(descriptors=16 * [0], reply_serial=1), MEMBER, 80, 1),
+                (hold, NOBODY, 3, 1), (cut, MEMBER, 1, 4), (flood, NOBODY, 1, 4),
+                (lambda me, _: [me.post("x --no") for _ in range(5000)], MEMBER, 1, 4),
                 # The allocator keeps some of it.
-                ("for size in 1, 31: wire.post('x --btup ' + size * MIB * 'w')", MEMBER, 1, 80)]:
-            with self.subTest(step):
-                self.start()
-                descriptors, memory, _ = self.m.uses()
-                one = self.send(step, groups)
-                for _ in range(steps):
-                    while not select.select([one.stdout], [], [], 0)[0]:
-                        self.expect_answer()
-                    one.said(1)
+                (lambda me, _: [me.post(f"x --btup {size * MIB * 'w'}") for size in (1, 31)],
+                 MEMBER, 1, 80)]:
+            descriptors, _, memory = self.m.uses()
+            one = self.send(step, groups)
+            for _ in range(steps):
+                while not one.pipe.poll():
                     self.expect_answer()
-                self.assertEqual(self.m.uses()[0], descriptors)
-                self.assertLess(self.m.uses()[1], memory + growth * MIB)
-                self.doCleanups()
+                one.pipe.recv()
+                one.pipe.send(None)
+                self.expect_answer()
+            one.kill()
+            self.assertEqual(self.m.uses()[0], descriptors)
+            self.assertLess(self.m.uses()[2], memory + growth * 1024)
 
     def test_answers_after_a_flood_while_idle_when_no_new_connection_is_to_be_had(self):
-        self.start()
-        self.send(MANY + HOLD + FLOOD, count=80).said()
+        self.send(lambda me, names: flood(me, names, lambda: hold(me, names, 80))).pipe.recv()
         self.expect_answer()
 
     def test_recovers_from_a_message_without_room_in_memory(self):
-        self.start()
-        if whole := self.m.uses()[2]:
-            resource.prlimit(self.m.pid, resource.RLIMIT_AS, (whole + 16 * MIB, -1))
-            self.send("wire.signal(names, 31 * MIB * 'x')").said()
+        if whole := self.m.uses()[1]:
+            resource.prlimit(self.m.pid, resource.RLIMIT_AS, ((whole << 10) + 16 * MIB, -1))
+            self.send(lambda me, names: me.signal(names, 31 * MIB * "x")).pipe.recv()
             self.expect_answer()
             self.expect_answer()
 
     def test_sees_the_end_of_its_parent_within_15_seconds(self):
-        self.start()
-        caller, one = Wire(), self.send(HOLD, count=80)
-        one.said(1000)
+        caller, one = Connection(), self.send(functools.partial(hold, count=80))
+        one.pipe.recv()
         for _ in range(100):
+            one.pipe.send(None)
             caller.post()
-        caller.wait()
+        caller.has_owner(NAME)
         self.m.main.kill()
         self.m.main.wait()
         start = time.monotonic()
@@ -187,35 +187,26 @@ class BusTest(unittest.TestCase):
         self.assertLess(time.monotonic() - start, 15)
 
     def test_is_not_held_by_a_socket_that_waits_in_close(self):
-        self.start()
-        self.send_socket(self.m.pid)
-        self.expect_answer()
-
-    def test_does_not_hold_a_client(self):
-        self.start()
-        with machine.standing_at(MAIN, machine.BUILD + "/tests/call"):
-            command = [MAIN, "/dev/null", str(self.m.pid), self.waiting]
-            client = subprocess.Popen(command, stdout=subprocess.PIPE, text=True)
-            self.send_socket(client.pid)
-            self.m.run("touch", self.m.home + "/go")
-            self.assertEqual(client.communicate(timeout=60)[0], "replied\nok\n\n")
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            os.kill(self.m.pid, signal.SIGSTOP)
+            one = self.send(functools.partial(linger, address=server.getsockname()))
+            one.pipe.recv()
+            one.kill()
+            one.join()
+            os.kill(self.m.pid, signal.SIGCONT)  # nobody else has the socket
+            self.expect_answer()
 
     def test_admits_who_executes_an_admitted_program_after_sending(self):
-        self.start()
-        caller, line, ran = Wire(), f"touch${{IFS}}{self.m.home}/ran;: --add", self.m.home + "/ran"
-        self.send("wire.wait(body=line, **METHOD)", MEMBER, line=line).said()
-        self.assertFalse(os.path.exists(ran))
-        caller.post(self.waiting)
-        caller.wait()  # the daemon looks at the next call only after this one
-        self.send(BECOME, MEMBER, line=line, core=CORE).said()
-        self.m.run("touch", self.m.home + "/go")
-        eventually(lambda: os.path.exists(ran))
-
-    def test_admits_what_a_mount_namespace_shows_at_an_admitted_path(self):
-        self.start()
-        shown = f"mount --bind /usr/bin/busctl {CORE} && exec {CORE} call {NAME} {PATH} {NAME} "
-        self.assertEqual(self.m.run("unshare", "--mount", "sh", "-c",
-                                    shown + "brimletd s 'echo --add'"), 's "--add"\n')
+        caller, ran = Connection(), self.m.home + "/ran"
+        caller.post(self.m.script("while [ ! -e ~/go ]; do sleep 0.01; done") + " --add")
+        caller.has_owner(NAME)  # the daemon looks at the next call only after this one
+        command = ["/usr/bin/python3", "-c", BECOME, f"touch${{IFS}}{ran};: --add", CORE]
+        environment = {**os.environ, "PYTHONPATH": os.path.dirname(machine.__file__)}
+        with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                              env=environment) as sender:
+            sender.stdout.readline()
+            self.m.run("touch", self.m.home + "/go")
+            eventually(lambda: os.path.exists(ran))
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
-"""A machine of its own for who needs the running daemon: a mount and process namespace, for root
-and for an ordinary user, with the application installed, a bus with the system bus's configuration
-and the packaged policy, the main program, and the daemon as its child.
+"""A machine of its own, for root and for an ordinary user: a mount and process namespace with the
+application installed, a bus with the system bus's configuration and the packaged policy, the main
+program, and the daemon as its child.
 
     become_core()               # first of all: the program starts once more, on that machine
     machine = Machine()
@@ -14,7 +14,6 @@ which may lie in BRIMLET_BROKER_DIR: where it is missing, the program ends with 
 import contextlib
 import os
 import re
-import resource
 import shutil
 import socket
 import subprocess
@@ -22,15 +21,19 @@ import sys
 import tempfile
 import time
 
-import dbus.bus
+from jeepney import (DBusAddress, HeaderFields, MessageFlag, message_bus, new_method_call,
+                     new_signal)
+from jeepney.io.blocking import DBusConnection, prep_socket
 
 CORE = "/opt/apps/com.tolvane.brimlet/files/orvix/bin/OrvixCore"
 MAIN = "/opt/apps/com.tolvane.brimlet/files/brimlet/bin/Brimlet"
 DAEMON, NAME, PATH = "/opt/brimletd", "com.tolvane.brimlet", "/com/tolvane/brimlet"
+METHOD = DBusAddress(PATH, NAME, NAME)
 MEMBERS = 64000  # the group that may call the daemon, on this machine
 ON_BROKER = os.environ.get("BRIMLET_TEST_BUS") == "dbus-broker"
 TREE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD = os.environ.get("BRIMLET_BUILD", "build/release")
+JOURNAL = "/run/systemd/journal/socket"
 # What the new file systems may hide is opened before.
 SETUP = f"""set -e
 umask 022
@@ -45,24 +48,23 @@ fi
 mount -t tmpfs -o mode=0755 none /opt
 mount -t tmpfs -o mode=0755 none /run
 [ -e "{TREE}" ] || {{ mkdir -p "{TREE}"; mount -c --rbind /proc/self/fd/9 "{TREE}"; }}
-mkdir -m 1777 /opt/tmp
 install -D /proc/self/fd/3 {DAEMON}
 install -D /proc/self/fd/4 {MAIN}
 install -D /usr/bin/python3 {CORE}
 if [ -n "$policy" ]; then
-  cat <&5 >/opt/policy
-  # The first group of a name is the one that counts.
-  sed -n 's/.*<policy group="\\(.*\\)">.*/\\1:x:{MEMBERS}:/p' /opt/policy >/opt/group
-  cat /etc/group >>/opt/group
-  mount --bind /opt/group /etc/group
   mount -t tmpfs -o mode=0755 none /etc/dbus-1/system.d
-  cp /opt/policy /etc/dbus-1/system.d/brimlet.conf
+  cat <&5 >/etc/dbus-1/system.d/brimlet.conf
+  # The first group of a name is the one that counts.
+  sed -n 's/.*<policy group="\\(.*\\)">.*/\\1:x:{MEMBERS}:/p' /etc/dbus-1/system.d/brimlet.conf |
+    cat - /etc/group >/opt/group
+  mount --bind /opt/group /etc/group
 fi
 # Where there is no other user, the bus cannot become one.
 if ! setpriv --reuid messagebus --clear-groups true 2>/dev/null; then
   sed '/<user>/d' /usr/share/dbus-1/system.conf >/opt/system.conf
   mount --bind /opt/system.conf /usr/share/dbus-1/system.conf
 fi
+mkdir -m 1777 /opt/tmp
 export TMPDIR=/opt/tmp PYTHONHOME=/usr PYTHONDONTWRITEBYTECODE=1
 exec {CORE} "$@" 3<&- 4<&- 5<&- 9<&-
 """
@@ -112,6 +114,50 @@ def standing_at(path, program):
         subprocess.run(["umount", "--lazy", path], check=True)
 
 
+def bus_path():
+    return os.environ["DBUS_SYSTEM_BUS_ADDRESS"].removeprefix("unix:path=")
+
+
+def request(line, member="brimletd", address=METHOD):
+    return new_method_call(address, member, "s", (line,))
+
+
+class Connection(DBusConnection):
+    """To the bus, also for what libraries for honest programs would not send."""
+
+    def __init__(self):
+        super().__init__(prep_socket(bus_path(), enable_fds=True, timeout=60))
+
+    def ask(self, message):
+        """The reply, or "error: " and the error's name."""
+        reply = self.send_and_get_reply(message, timeout=100)
+        error = reply.header.fields.get(HeaderFields.error_name)
+        return f"error: {error}" if error else reply.body[0] if reply.body else None
+
+    def push(self, message, descriptors=(), **fields):
+        """Sends a message with these header fields, too, and with these descriptors."""
+        fields.update({"unix_fds": len(descriptors)} if descriptors else {})
+        message.header.fields.update((HeaderFields[name], field) for name, field in fields.items())
+        data = message.serialise(next(self.outgoing_serial))
+        sent = socket.send_fds(self.sock, [data], descriptors)
+        self.sock.sendall(data[sent:])
+
+    def post(self, line="echo --add", descriptors=(), **fields):
+        """Calls the daemon, and wants no reply."""
+        message = request(line)
+        message.header.flags = MessageFlag.no_reply_expected
+        self.push(message, descriptors, **fields)
+
+    def signal(self, names, text="", descriptors=(), **fields):
+        for name in names:
+            message = new_signal(DBusAddress("/a", interface="a.b"), "c", "s", (text,))
+            self.push(message, descriptors, destination=name, **fields)
+
+    def has_owner(self, name):
+        """Also waits until the bus has seen what was sent before."""
+        return self.ask(message_bus.NameHasOwner(name))
+
+
 class Machine:
     """A bus, a home folder, and what start() starts."""
 
@@ -127,15 +173,13 @@ class Machine:
             command = ["systemd-socket-activate", "--listen=" + path,
                        "--setenv=DBUS_SYSTEM_BUS_ADDRESS", "dbus-broker-launch", "--scope=system"]
         self.bus = subprocess.Popen(command, stderr=subprocess.DEVNULL)
-        eventually(lambda: os.path.exists(path))
-        os.chmod(path, 0o777)
         self.connection = eventually(self.connect)
+        os.chmod(path, 0o777)
 
     @staticmethod
     def connect():
-        """A new connection to the bus; None where there is none to be had."""
-        with contextlib.suppress(dbus.DBusException):
-            return dbus.bus.BusConnection(os.environ["DBUS_SYSTEM_BUS_ADDRESS"])
+        with contextlib.suppress(OSError):  # the bus has just started
+            return Connection()
 
     def start(self, program=DAEMON):
         """Starts the main program, which starts `program` (the daemon, or what becomes it), and
@@ -149,17 +193,14 @@ class Machine:
         self.is_emulated = "qemu" in os.readlink(f"/proc/{self.pid}/exe")
         return self.pid
 
-    def call(self, *line, method=(NAME, "brimletd")):
-        """The daemon's reply to a line, or "error: " and the name of the bus's error."""
-        try:
-            return str(self.connection.call_blocking(NAME, PATH, *method, "s" * len(line), line,
-                                                     timeout=100))
-        except dbus.DBusException as error:
-            return "error: " + error.get_dbus_name()
+    def call(self, line):
+        return self.connection.ask(request(line))
 
     def describe(self):
-        """The daemon's description of itself."""
-        return self.call(method=("org.freedesktop.DBus.Introspectable", "Introspect"))
+        """The daemon's description of itself; None when the bus is gone."""
+        introspectable = DBusAddress(PATH, NAME, "org.freedesktop.DBus.Introspectable")
+        with contextlib.suppress(OSError):
+            return self.connection.ask(new_method_call(introspectable, "Introspect"))
 
     def log(self):
         """The lines logged since the last call, without times and line numbers."""
@@ -183,12 +224,11 @@ class Machine:
         return file.name
 
     def uses(self):
-        """How many descriptors the daemon has open, and how many bytes of memory are resident and
-        there at all: none where a sanitizer or an emulator has its part in them."""
-        pages = read(f"/proc/{self.pid}/statm").split()
-        whole, resident = (int(count) * resource.getpagesize() for count in pages[:2])
-        own = whole < 1 << 35 and not self.is_emulated
-        return len(os.listdir(f"/proc/{self.pid}/fd")), own * resident, own * whole
+        """How many descriptors the daemon has open, and how many KiB of memory are there at all and
+        resident: none where a sanitizer or an emulator has its part in them."""
+        whole, resident = re.findall(r"(?:VmSize|VmRSS):\s+(\d+)", read(f"/proc/{self.pid}/status"))
+        own = int(whole) < 1 << 25 and not self.is_emulated
+        return len(os.listdir(f"/proc/{self.pid}/fd")), own * int(whole), own * int(resident)
 
     def strace(self, fault, *words):
         """A command that has system calls fail: "read:error=EIO -P /a/file"."""
@@ -202,9 +242,8 @@ class Machine:
     def failing(self, fault):
         """Has system calls of the running daemon fail."""
         tracer = subprocess.Popen(self.strace(fault, "-p", str(self.pid)), stderr=subprocess.PIPE)
-        while not (said := tracer.stderr.readline()).endswith(b"attached\n"):
-            if not said:
-                raise RuntimeError("these tests have to trace processes")
+        if not any(said.endswith(b"attached\n") for said in tracer.stderr):
+            raise RuntimeError("these tests have to trace processes")
         try:
             yield
             self.await_fault()
@@ -233,13 +272,13 @@ class Machine:
             raise RuntimeError(f"the daemon ends with status {status}")
 
 
-def read_journal(path="/run/systemd/journal/socket"):
+def read_journal():
     """Dbus-broker does not start without a journal, and stands still when nobody reads it."""
-    if not os.path.exists(path):
-        os.makedirs(os.path.dirname(path))
+    if not os.path.exists(JOURNAL):
+        os.makedirs(os.path.dirname(JOURNAL))
         journal = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        journal.bind(path)
-        os.chmod(path, 0o777)
+        journal.bind(JOURNAL)
+        os.chmod(JOURNAL, 0o777)
         if os.fork() == 0:
             while True:
                 journal.recv(1)
