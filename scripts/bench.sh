@@ -33,7 +33,6 @@ esac
 install_missing "${BUILD_PACKAGES[@]}" "${BUS_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
 [ "$mode" != full ] || install_missing "${PEER_PACKAGES[@]}"
 ! $write || install_missing python3-matplotlib
-echo "Building (bench)" >&2
 build bench
 
 # In memory, if there is room for two logs of 32 MiB and more: what a disk does is not ours.

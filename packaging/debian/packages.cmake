@@ -50,8 +50,9 @@ It takes a command line over the system D-Bus, checks who asks and checks the
 line word by word against a fixed grammar, runs it if it is allowed, and sends
 back the output.
 
-This package also brings the bus policy, which lets root and the members of
-the group ${BRIMLET_GROUP} reach the daemon and nobody else.")
+This package also brings brimlet-check, which tells whether the grammar allows
+a line, and the bus policy, which lets root and the members of the group
+${BRIMLET_GROUP} reach the daemon and nobody else.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libbrimlet-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
