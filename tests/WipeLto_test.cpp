@@ -19,7 +19,7 @@ bool IsSecretLeft() {
   std::string stack(1U << 18U, '\0');
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
-  pthread_attr_setstack(&attributes, stack.data(), stack.size());
+  EXPECT_EQ(pthread_attr_setstack(&attributes, stack.data(), stack.size()), 0);
   pthread_t thread{};
   EXPECT_EQ(pthread_create(&thread, &attributes, hold_secret, nullptr), 0);
   pthread_join(thread, nullptr);

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the library as a static and as a shared one, moves it, and has a project of somebody
-# else's use it from there. The shared one offers what the public headers declare, and nothing else.
+# else's use it from there. The shared one offers what the public headers declare, and no more.
 #
 #   install_test.sh SOURCE-FOLDER COMPILER
 set -euo pipefail
