@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Reads off the daemon's file, and off the objects it is linked of, which hardening has arrived
-# there. The last command that is printed tells what is missing.
+# there. What it prints last tells what is missing.
 #
 #   hardening_test.sh COMPILER IS-OPTIMISED FILE OBJECT...
 set -euo pipefail
