@@ -11,7 +11,7 @@
 template <auto kWipe>
 bool IsSecretLeft() {
   const auto hold_secret = [](void*) -> void* {
-    char secret[200];
+    char secret[4000];  // the end of the thread writes over the first few hundred
     for (volatile char& byte : secret) byte = 's';
     kWipe(secret, sizeof secret);
     return nullptr;
