@@ -13,7 +13,7 @@ import machine
 from machine import MAIN, NAME, Connection, Machine
 
 machine.become_core()
-CLIENT = machine.BUILD + "/tests/call"
+CLIENT = machine.BUILD + "/examples/call"
 LEFT, UNKNOWN = [("Message recipient disconnected from message bus without replying",
                   f"The name {NAME} was not provided by any .service files"),
                  ("Remote peer disconnected", "The name is not activatable")][machine.ON_BROKER]

@@ -232,21 +232,18 @@ class Machine:
 
     def strace(self, fault, *words):
         """A command that has system calls fail: "read:error=EIO -P /a/file"."""
-        return ["strace", "-o", self.home + "/trace", *f"-e inject={fault}".split(), *words]
-
-    def await_fault(self):
-        """Until it has happened: a case without it would show nothing."""
-        eventually(lambda: "(INJECTED)" in read(self.home + "/trace"))
+        return ["strace", "-E", "LSAN_OPTIONS=detect_leaks=0", "-o", self.home + "/trace",
+                *f"-e inject={fault}".split(), *words]
 
     @contextlib.contextmanager
     def failing(self, fault):
-        """Has system calls of the running daemon fail."""
+        """Has system calls of the running daemon fail, and waits until one has."""
         tracer = subprocess.Popen(self.strace(fault, "-p", str(self.pid)), stderr=subprocess.PIPE)
         if not any(said.endswith(b"attached\n") for said in tracer.stderr):
             raise RuntimeError("these tests have to trace processes")
         try:
             yield
-            self.await_fault()
+            eventually(lambda: "(INJECTED)" in read(self.home + "/trace"))
         finally:
             tracer.terminate()
             tracer.communicate()
