@@ -65,19 +65,18 @@ def linger(me, names, address):
 
 
 def stranger(step, groups, names, pipe):
-    """Takes a step again and again, as root or as another user in these groups. Where there is no
-    other user, root is the stranger."""
+    """Takes a step, as root or as another user in these groups, and stays. Where there is no other
+    user, root is the stranger."""
     if groups is not ROOT and machine.has_other_users():
         os.setgroups(groups)
         os.setresgid(65534, 65534, 65534)
         os.setresuid(65534, 65534, 65534)
     me = Connection()
     me.held = []
-    while True:
-        said = step(me, names)
-        me.has_owner(NAME)
-        pipe.send(said)
-        pipe.recv()
+    said = step(me, names)
+    me.has_owner(NAME)
+    pipe.send(said)
+    signal.pause()
 
 
 class BusTest(unittest.TestCase):
@@ -100,7 +99,7 @@ class BusTest(unittest.TestCase):
                     one.ask(message_bus.GetConnectionUnixProcessID(name)) == self.m.pid]
 
     def send(self, step, groups=NOBODY):
-        """A stranger. Its pipe gives what it says after a step, and lets it take another one."""
+        """A stranger, whose pipe gives what it says after its step."""
         pipe, end = multiprocessing.Pipe()
         one = multiprocessing.Process(target=stranger, args=(step, groups, self.names, end))
         one.start()
@@ -141,24 +140,24 @@ class BusTest(unittest.TestCase):
             self.assertEqual((len(refused), len(passed)), (0, 3))
 
     def test_stays_as_it_was_and_answers_meanwhile(self):
-        for step, groups, steps, growth in [
+        for step, groups, growth in [
                 # No library takes them for signals, or for calls, since they are replies, too.
-                (lambda me, names: me.signal(names, "", 16 * [0], reply_serial=1), NOBODY, 80, 1),
-                (lambda me, _: me.post(descriptors=16 * [0], reply_serial=1), MEMBER, 80, 1),
-                (hold, NOBODY, 3, 1), (cut, MEMBER, 1, 4), (flood, NOBODY, 1, 4),
-                (lambda me, _: [me.post("x --no") for _ in range(5000)], MEMBER, 1, 4),
+                (lambda me, names: me.signal(80 * names, "", 16 * [0], reply_serial=1), NOBODY, 1),
+                (lambda me, _: [me.post(descriptors=16 * [0], reply_serial=1) for _ in range(80)],
+                 MEMBER, 1),
+                (lambda *of: [hold(*of) for _ in range(3)], NOBODY, 1), (cut, MEMBER, 4),
+                (lambda me, _: [me.post("x --no") for _ in range(5000)], MEMBER, 4),
                 # The allocator keeps some of it.
                 (lambda me, _: [me.post(f"x --btup {size * MIB * 'w'}") for size in (1, 31)],
-                 MEMBER, 1, 80)]:
+                 MEMBER, 80), (flood, NOBODY, 4)]:
             descriptors, _, memory = self.m.uses()
             one = self.send(step, groups)
-            for _ in range(steps):
-                while not one.pipe.poll():
-                    self.expect_answer()
-                one.pipe.recv()
-                one.pipe.send(None)
+            while not one.pipe.poll():
                 self.expect_answer()
+            one.pipe.recv()
+            self.expect_answer()
             one.kill()
+            self.expect_answer()
             self.assertEqual(self.m.uses()[0], descriptors)
             self.assertLess(self.m.uses()[2], memory + growth * 1024)
 
@@ -174,10 +173,10 @@ class BusTest(unittest.TestCase):
             self.expect_answer()
 
     def test_sees_the_end_of_its_parent_within_15_seconds(self):
-        caller, one = Connection(), self.send(functools.partial(hold, count=80))
-        one.pipe.recv()
+        caller = Connection()
+        self.send(functools.partial(hold, count=80)).pipe.recv()
+        self.send(lambda me, names: [hold(me, names, 0) for _ in range(100)])
         for _ in range(100):
-            one.pipe.send(None)
             caller.post()
         caller.has_owner(NAME)
         self.m.main.kill()
