@@ -3,14 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdlib>
 
 using namespace Velmar;
 
 TEST(BoundsChecked, DoesAllThatFitsOrNothingAndTellsWhich) {
   const std::string start("ab\0defgh", 8);
-  for (std::size_t i = 0; i < 900; ++i) {
-    const std::size_t max = i % 9, count = i / 9 % 10, most = i / 90;
+  for (std::size_t i = 0; i < 90; ++i) {
+    const std::size_t max = i % 9, count = i / 9;
     const std::string word(count, 'x');
     const auto expect = [&](std::size_t at, std::size_t size, auto call) {
       std::string to = start, after = start;
@@ -20,18 +19,17 @@ TEST(BoundsChecked, DoesAllThatFitsOrNothingAndTellsWhich) {
     expect(0, count, [&](char* to) { return memcpy_s(to, max, word.data(), count); });
     expect(0, count, [&](char* to) { return memset_s(to, max, 0x100 + 'x', count); });
     expect(2, count + 1, [&](char* to) { return strcat_s(to, max, word.c_str()); });
-    const int length = count < max && count <= most ? static_cast<int>(count) : -1;
+    const int length = count < max && count <= 5 ? static_cast<int>(count) : -1;
     std::string to = start;
-    EXPECT_EQ(snprintf_s(to.data(), max, most, "%s", word.c_str()), length) << count << max << most;
+    EXPECT_EQ(snprintf_s(to.data(), max, 5, "%s", word.c_str()), length) << count << " in " << max;
     EXPECT_EQ(to.c_str(), length >= 0 ? word : max > 0 ? "" : "ab");
     EXPECT_EQ(to.substr(max), start.substr(max));
   }
   char text[] = "abc";
-  char* const null = std::getenv("BRIMLET_UNSET");
+  static char* null;  // the compiler and the analysers do not know its value
   EXPECT_EQ(memcpy_s(text + 1, 2, text, 2), 0);  // they overlap
   EXPECT_EQ(memcpy_s(null, 1, text, 1) + memcpy_s(text, 1, null, 1), 2 * EINVAL);
   EXPECT_EQ(strcat_s(null, 1, "") + strcat_s(text, 4, null) + memset_s(null, 1, 0, 1), 3 * EINVAL);
-  // cppcheck-suppress nullPointer
-  EXPECT_EQ(snprintf_s(null, 1, 0, "%s", text) + snprintf_s(text + 3, 1, 1, nullptr), -2);
+  EXPECT_EQ(snprintf_s(null, 1, 1, "%s", text) + snprintf_s(text + 3, 1, 1, null, 0), -2);
   EXPECT_STREQ(text, "aab");
 }

@@ -1,5 +1,5 @@
 // What tests of units that work on files share: a folder, the log of the process, and a stand
-// between the product and its calls that open and unlink, in a program linked with --wrap.
+// between the product and its calls that open and remove, in a program linked with --wrap.
 #pragma once
 
 #include <fcntl.h>
@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <regex>
 
 #include "common/Logger.h"
 
@@ -20,9 +19,9 @@ namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
 // Called before each of these calls. A result other than 0 is the error with which the call fails.
-inline std::function<int()> g_hook;
-inline long Call(long number, int folder, const char* name, int flags, mode_t mode) {
-  errno = g_hook ? g_hook() : 0;
+inline std::function<int()> g_hook = [] { return 0; };
+inline long Call(long number, int folder, const char* name, int flags, mode_t mode = 0) {
+  errno = g_hook();
   return errno == 0 ? syscall(number, folder, name, flags, mode) : -1;
 }
 extern "C" long __wrap_openat(int folder, const char* name, int flags, mode_t mode) {
@@ -34,13 +33,7 @@ extern "C" long __wrap_open(const char* name, int flags, mode_t mode) {
   return __wrap_openat(AT_FDCWD, name, flags, mode);
 }
 extern "C" long __wrap_unlinkat(int folder, const char* name, int flags) {
-  return Call(SYS_unlinkat, folder, name, flags, 0);
-}
-extern "C" long __wrap_unlink(const char* name) { return __wrap_unlinkat(AT_FDCWD, name, 0); }
-
-inline std::string ReadWhole(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
+  return Call(SYS_unlinkat, folder, name, flags);
 }
 
 struct FolderTest : testing::Test {
@@ -50,48 +43,45 @@ struct FolderTest : testing::Test {
     Velmar::Singleton<Velmar::Logger>::Instance()->Init(log);
   }
   ~FolderTest() override {
-    EXPECT_TRUE(!isRoot || setresuid(0, 0, 0) == 0);
+    [[maybe_unused]] const int isRoot = setresuid(0, 0, 0);  // again, after LeaveRoot()
     Velmar::Singleton<Velmar::Logger>::Destroy();
-    Run("chmod -R u+rwx . && rm -r " + base);
+    Run("chmod -R u+rwx . && rm -r $PWD");
   }
-  // Runs a shell command in the folder, which has to succeed.
-  void Run(const std::string& command) const {
-    EXPECT_EQ(std::system(("cd " + base + "/f && " + command).c_str()), 0) << command;
+  // Root, who may do everything, is somebody else, who owns the folder, to the end of the test.
+  void LeaveRoot() const {
+    EXPECT_TRUE(geteuid() != 0 || (Run("chown -R 1:1 .") == 0 && setresuid(1, 1, 0) == 0));
+  }
+  // Runs a shell command in the folder, which has to succeed, and then returns 0.
+  int Run(const std::string& command) const {
+    const int status = std::system(("cd " + base + " && " + command).c_str());
+    EXPECT_EQ(status, 0) << command;
+    return status;
+  }
+  std::string ReadWhole(const std::string& name) const {
+    std::ifstream file(folder / name);
+    return {std::istreambuf_iterator<char>(file), {}};
   }
   // What was logged since the last call: "E opendir x failed\n", x being in the folder.
   std::string Logged() const {
-    const std::regex rest(R"(\[[-: .\d]{24}\] \[([A-Z])[A-Z]+\] \[\w+:\d+\]( UTILS:)?|)" + base +
-                          "/f/?");
-    std::string text = std::regex_replace(ReadWhole(log), rest, "$1");
+    Run(R"(sed -E 's,.{26} .(.)\w+. .\w+:[0-9]+.( UTILS:)?,\1,; s,'$PWD'/?,,g' .log >.told)");
     fs::resize_file(log, 0);
-    return text;
+    return ReadWhole(".told");
   }
-  // Runs `act` after the command `before` again and again, with `disturb` before its call number
-  // `first`, the next one and so on. After each, `check` has to hold.
+  // Runs `act` after the command `before` again and again, with the command `disturb` before its
+  // call number `first`, the next one and so on. After each, the command `check` has to succeed.
   void DisturbEachCall(int first, const std::string& before, const std::function<void()>& act,
                        const std::string& disturb, const std::string& check) const {
-    for (int at = first, calls = first + 1; at < calls; ++at) {
+    for (int at = first, calls = at; calls >= at; ++at) {
       Run(before);
       calls = 0;
-      g_hook = [&] {
-        if (calls++ == at) Run(disturb);
-        return 0;
-      };
+      g_hook = [&] { return calls++ == at ? Run(disturb) : 0; };
       act();
-      g_hook = nullptr;
+      g_hook = [] { return 0; };
       Run(check + " # after: " + disturb + ", before call " + std::to_string(at));
     }
   }
-  // Root, who may do everything, is somebody else, who owns the folder, to the end of the test.
-  void LeaveRoot() {
-    if (geteuid() != 0) return;
-    Run("chown -R 1:1 " + base);
-    isRoot = setresuid(1, 1, 0) == 0;
-  }
 
-  bool isRoot = false;
-  std::string pattern = fs::temp_directory_path() / "brimlet-test-XXXXXX";
-  const std::string base = mkdtemp(pattern.data()), log = base + "/log";
-  const fs::path folder = base + "/f";
-  const bool isMade = fs::create_directory(folder);
+  std::string base = fs::temp_directory_path() / "brimlet-test-XXXXXX";
+  const fs::path folder = mkdtemp(base.data());
+  const std::string log = folder / ".log";
 };
