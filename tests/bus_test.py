@@ -41,7 +41,7 @@ def flood(_me, names, prepare=lambda: None):
     """More than the bus keeps for one: so it comes from many, who have connected before."""
     many = [Connection() for _ in range(20)]
     prepare()
-    for one in 20 * many:
+    for one in 8 * many:
         one.signal(names, MIB * "x")
 
 
