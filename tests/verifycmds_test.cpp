@@ -42,7 +42,7 @@ TEST_F(PolicyTest, AgreesWithThePatternsAndSoDoesBrimletCheck) {
     input << line << std::endl;
     verdicts << ++number << (isAllowed ? ": allowed" : ": refused") << std::endl;
   }
-  Run(BRIMLET_CHECK " <lines | cut -d: -f1,2 | diff verdicts -");
+  Run("$BRIMLET_CHECK <lines | cut -d: -f1,2 | diff verdicts -");
 }
 
 TEST_F(PolicyTest, JudgesHugeLinesAndLogsUnknownOptionWordsOnly) {
@@ -56,7 +56,7 @@ TEST_F(PolicyTest, JudgesHugeLinesAndLogsUnknownOptionWordsOnly) {
 
 TEST_F(PolicyTest, IsExplainedByBrimletCheckAndShownInTheManual) {
   const std::string source = SOURCE_DIR, told = source + "/tests/data/brimlet-check.txt";
-  std::ofstream(folder / "brimlet-check") << "#!/bin/sh\nexec " BRIMLET_CHECK " \"$@\"\n";
+  std::ofstream(folder / "brimlet-check") << "#!/bin/sh\nexec $BRIMLET_CHECK \"$@\"\n";
   Run("chmod 700 brimlet-check; grep '^\\$' " + told +
       " | while read -r line; do printf '%s\\n' \"$line\"; " +
       "PATH=.:$PATH sh -c \"${line#* }\" 2>err; echo $?; done | diff " + told + " -");
