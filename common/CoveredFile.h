@@ -11,9 +11,9 @@
 
 namespace Velmar {
 
-// Looks its name up only in the folder that was opened first, never through a link, and works on
-// the file that the name led to first: whoever exchanges names meanwhile cannot turn a step against
-// another file.
+// Looks its name up only in the folder that was opened first, never through a link, and overwrites
+// only the file that the name led to first. Remove() compares just before it unlinks: it does not
+// notice an exchange in between.
 class CoveredFile {
  public:
   explicit CoveredFile(std::string_view path);
@@ -21,10 +21,11 @@ class CoveredFile {
   // False: the path led to no regular file.
   bool Exists() const { return mExists; }
 
-  // The size in bytes, or -1 when the file cannot be read.
+  // Opens the file, which keeps its inode from reuse, and returns its size in bytes; -1 when it
+  // cannot be read.
   std::int64_t GetSize();
 
-  // Rewrites the content in place, gives the file mode 0600 and sends both to the device. Returns
+  // Rewrites the content in place, sends it to the device, and gives the file mode 0600. Returns
   // 0, INVALID_FILE_PATH (the name leads elsewhere by now) or WRITE_FILE_FAILED (also for no
   // bytes).
   std::int32_t Overwrite(std::string_view bytes);
@@ -41,7 +42,7 @@ class CoveredFile {
   const std::string mName;
   struct stat mStatus {};
   bool mExists;
-  UniqueFd mReadable;  // stays open, so that no other file can get the same inode
+  UniqueFd mReadable;
   UniqueFd mWritable;
 };
 

@@ -34,7 +34,7 @@ const char* GetLevelName(int level) {
   }
 }
 
-// Under a second name the file may be a foreign one, to be written and given another mode.
+// Whoever put the file there may have linked a foreign one, which must not be written.
 bool IsFileOfOneName(const struct stat& status) {
   return S_ISREG(status.st_mode) && status.st_nlink == 1;
 }
@@ -64,7 +64,7 @@ UniqueFd OpenWithMode(const std::string& path, int access) {
 }
 
 UniqueFd OpenLog(const std::string& path) {
-  // The user's own file of mode 0200 can be read once it has its mode.
+  // This sets mode 0600 first: below, the user's own file of mode 0200 can be opened to be read.
   UniqueFd writable = OpenWithMode(path, O_WRONLY);
   // A rotation reads the file, too.
   UniqueFd readable = OpenWithMode(path, O_RDWR);
@@ -183,8 +183,7 @@ void Logger::WriteV(int level, const char* file, int line, const char* module, c
   }
 }
 
-// A log that could not be opened comes back with a rotation, so only for a file that has passed the
-// bound. It opens nothing else at the path.
+// A mute log opens a file only to rotate it: one at its path that has passed the bound.
 bool Logger::ReopenFullLog() {
   struct stat status {};
   if (lstat(mFilePath.c_str(), &status) == 0 && IsFileOfOneName(status) &&

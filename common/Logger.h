@@ -56,8 +56,8 @@ class BRIMLET_EXPORT Logger {
   // It leaves anything else that is not a regular file (a FIFO, a socket, a device) alone.
   //
   // Nothing is reported. When no file could be opened, the log is mute: every line is silently lost
-  // until a later Init(), or a rotation in Write(), opens a file. Lines written before Init() are
-  // lost.
+  // until a later Init() opens a file, or Write() finds one at the path that is due for rotation.
+  // Lines written before Init() are lost.
   void Init(const std::string& path);
 
   // Writes one line, in one piece, to the end of the file:

@@ -147,7 +147,7 @@ bool DrawPassword(std::span<char> text) {
   return isDrawn;
 }
 
-// Digits and letters have their bounds, their draw and their ERROR lines in common.
+// Reseeds and draws, with the ERROR lines that digits and letters have in common.
 bool DrawText(std::string_view set, char* text, std::int32_t length) {
   if (SeedRandom() != ACTION_SUCCESS) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "get random seed failed.");
@@ -225,7 +225,7 @@ std::uint32_t GetRandomUint32() {
 }
 
 std::int32_t SeedRandom() {
-  // Before RAND_poll(), whose wait for the kernel's first entropy has no end.
+  // First, as it gives up after ten seconds: RAND_poll() waits for the first entropy without end.
   SecretBytes<kSeedSize> seed;
   if (ReadDevRandom(seed.Data(), kSeedSize) != ACTION_SUCCESS) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Get random number failed.");

@@ -93,11 +93,11 @@ void ClearSensitiveData(void* memory, std::int32_t length);
 //   105 (WRITE_FILE_FAILED): the file is empty, cannot be opened for writing or overwritten, or its
 //         permission bits cannot be set.
 //
-// SafeCoverData() follows links among the folders when it begins. From then on it overwrites the
-// file and removes the name that it has found, whatever files, links and folders somebody exchanges
-// meanwhile; bytes that somebody appends meanwhile stay as they are. Further hard links of the file
-// stay, with random content. The kernel decides who may add one (fs.protected_hardlinks, which
-// systemd switches on: the file's owner and who may write it).
+// SafeCoverData() follows links among the folders when it begins. From then on it overwrites that
+// file alone, whatever somebody exchanges, and stops once the name leads elsewhere; bytes that
+// somebody appends meanwhile stay as they are. Further hard links of the file stay, with random
+// content. The kernel decides who may add one (fs.protected_hardlinks, which systemd switches on:
+// the file's owner and who may write it).
 [[nodiscard]] std::int32_t SafeCoverData(const std::string& fileName);
 
 }  // namespace Velmar::RandomCode

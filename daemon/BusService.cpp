@@ -56,17 +56,18 @@ int ProcessPending(sd_bus* bus) {
   return r;
 }
 
-// As sd_bus_wait(), but drops what strangers send to the other connection before it piles up.
+// As sd_bus_wait(), but also drops what strangers send to SenderQuery's connection meanwhile.
 int Wait(sd_bus* bus) {
   const Clock::time_point end = Clock::now() + kIdleWait;
   pollfd both[] = {{sd_bus_get_fd(bus), static_cast<short>(sd_bus_get_events(bus)), 0}, {}};
+  std::chrono::milliseconds left = kIdleWait;
   int ready = 0;
   do {
     both[1] = {GetSenderQueryFd(), POLLIN, 0};
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
     ready = poll(both, std::size(both), static_cast<int>(left.count()));
     TendSenderQuery();
-  } while (ready > 0 && both[0].revents == 0 && Clock::now() < end);
+    left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+  } while (ready > 0 && both[0].revents == 0 && left.count() > 0);
   return sd_bus_wait(bus, 0);
 }
 

@@ -5,8 +5,8 @@
 namespace Velmar {
 
 // Serves calls, one at a time, until the bus or the parent process is gone. Looks at the parent
-// after every wait: at least every 2 seconds while no calls come, and not while calls are pending.
-// Only after a call whose sender took long to find out does it look before the next one.
+// after every wait: at least every 2 seconds while no calls come, and while calls are pending only
+// after one whose sender took long to find out.
 //
 // Always returns 1, after an ERROR line that tells what failed: connecting, exporting the object,
 // acquiring the name (another process owns it, or the bus refuses it), processing, waiting, or the

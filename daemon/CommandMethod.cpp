@@ -14,7 +14,7 @@ namespace Velmar {
 namespace {
 
 constexpr const char* kModule = "ORVIX_BRIMLETD";
-// The only line that stops the daemon, byte for byte.
+// The only line that stops the daemon, byte for byte. With a blank behind it, it is a command.
 constexpr const char* kBrimletdExitCommand = "brimletd --exit";
 constexpr const char* kAuthFailedReply = "auth failed";
 constexpr const char* kExecuteFailedReply = "ExecutePopen failed!";
@@ -81,8 +81,6 @@ Outcome PopenProcess(sd_bus_message* message) {
   const int r = sd_bus_message_read(message, "s", &command);
   if (r < 0) {
     BRIMLET_LOG(LOG_LEVEL_ERROR, kModule, "Failed to parse parameters: %d", r);
-  }
-  if (r < 0 || command == nullptr) {
     return {r, false};
   }
   if (std::strcmp(command, kBrimletdExitCommand) == 0) {

@@ -32,7 +32,7 @@ int OpenAnew(milliseconds patience) {
   }
   if (r >= 0) {
     g_bus = std::move(g_next);
-  } else if (r != -ETIMEDOUT) {  // after that it keeps its place in the queue
+  } else if (r != -ETIMEDOUT) {  // one that timed out goes on waiting for the bus to let it in
     g_next.reset();
   }
   return r;

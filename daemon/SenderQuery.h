@@ -1,9 +1,9 @@
-// Asks the bus which process has sent a message, over a connection of its own: while the library
-// waits for an answer on the connection that serves calls, it keeps all calls that arrive.
+// Asks the bus which process has sent a message, over a connection of its own: on the one that
+// serves calls, all calls that arrive during the wait would pile up in memory.
 //
 // The connection owns no name, so no policy keeps strangers from sending to it. It drops what they
-// send. When they have filled its queue at the bus, the bus drops the answer; a new connection then
-// brings another one. For use by the daemon's one thread.
+// send. When they have filled its queue at the bus, the bus drops the answer; asked again on a new
+// connection, it answers. For use by the daemon's one thread.
 #pragma once
 
 namespace Velmar {

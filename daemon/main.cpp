@@ -58,8 +58,7 @@ bool IsLaunchersChoice(int signal) {
   return signal == SIGHUP || signal == SIGINT || signal == SIGQUIT || signal == SIGXFSZ;
 }
 
-// Everything else that the parent process ignores or blocks is its own affair: commands start as
-// from a shell.
+// Undoes what else the parent process ignores or blocks, so that commands start as from a shell.
 void ResetSignals() {
   for (int number = 1; number < NSIG; ++number) {
     if (!IsLaunchersChoice(number)) {

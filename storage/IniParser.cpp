@@ -21,14 +21,14 @@ namespace {
 
 constexpr const char* kModule = "UTILS";
 constexpr std::size_t kMaxFileSize = 1048576;
-// Enough for a file that is nothing but empty comments, of a key whose name has 60 bytes with its
-// section's.
+// Enough for a file full of empty comment lines (";") before one key line whose section and key
+// have 60 bytes together.
 constexpr std::size_t kMaxNameBytes = 32 * kMaxFileSize;
 constexpr mode_t kCreateMode = 0666;
 
 using CommentMap = std::unordered_map<std::string, std::string>;
 
-// The name under which the comments of a key line are held, or of a header for an empty key.
+// The name under which comments are held: of a header when `key` is empty, else of a key line.
 std::string NameOf(std::string_view section, std::string_view key) {
   std::string name(section);
   if (!key.empty()) {

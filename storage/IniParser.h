@@ -48,11 +48,11 @@ namespace Velmar {
 
 // The content of one file.
 //
-// Names are made by joining texts, and equal ones share a place, where the later line of the file
-// wins. In mLeadingComments the section "a1" with index 0 and the section "a" with index 10 both
-// have the name "a10", and the comment is written before both, where the comments before it (none,
-// or "a0" to "a9") are all there. In the same way the header of a section "a/b" and the key "b" of
-// the section "a" share their comments.
+// Names are joined texts, so two lines can get the same name; the later line of the file wins then.
+// The section "a1" with index 0 and the section "a" with index 10 are both "a10" in
+// mLeadingComments: that comment is written before "a1", and before "a", too, when "a0" to "a9" are
+// all there. In the same way the header of a section "a/b" and the key "b" of the section "a" share
+// their comments.
 struct IniFileData {
   // Value by section and key. Holds no section without a key.
   std::unordered_map<std::string, std::unordered_map<std::string, std::string>> mSections;

@@ -18,7 +18,7 @@ constexpr const char* kTheBusPath = "/org/freedesktop/DBus";
 constexpr std::uint32_t kDoNotQueue = 4;  // as the bus's RequestName takes and gives them
 constexpr std::uint32_t kPrimaryOwner = 1;
 
-// Handles one message, or waits for one until the deadline, which counts however much arrives.
+// Handles one message, or waits for one. Fails at the deadline even while messages keep arriving.
 int Advance(sd_bus* bus, Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::microseconds>(deadline - Clock::now());
   if (left.count() <= 0) {
@@ -33,7 +33,7 @@ int KeepReply(sd_bus_message* reply, void* kept, sd_bus_error* /*error*/) {
   return 1;
 }
 
-// To the library the message is handled then: it neither keeps nor answers it.
+// Sees all messages but awaited replies. 1: handled, so the library neither keeps nor answers it.
 int DropMessage(sd_bus_message* /*message*/, void* /*userdata*/, sd_bus_error* /*error*/) {
   return 1;
 }

@@ -1,8 +1,8 @@
 // The system bus as both ends of a call use it. Internal: not installed.
 //
 // Everybody on the bus may send anything to these connections. So none of them takes descriptors,
-// every wait has an end, and they drop messages that nobody asked for one by one. Results are those
-// of the bus library: negative error numbers for failures.
+// every wait has an end, and they drop unasked messages one at a time. Results are those of the bus
+// library: negative error numbers for failures.
 #pragma once
 
 #include <sys/types.h>
