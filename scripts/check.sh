@@ -77,9 +77,8 @@ aarch64() {
   install_missing "${AARCH64_PACKAGES[@]}"
   build aarch64
   ctest --preset aarch64
-  build release
   BRIMLET_TESTED_DAEMON=$(emulated build/aarch64/bin/brimletd) \
-    ctest --preset release --tests-regex '^(daemon|bus)_test'
+    scripts/test.sh release '^(daemon|bus)_test'
 }
 
 case "$*" in
