@@ -167,7 +167,8 @@ class BusTest(unittest.TestCase):
 
     def test_recovers_from_a_message_without_room_in_memory(self):
         if whole := self.m.uses()[1]:
-            resource.prlimit(self.m.pid, resource.RLIMIT_AS, ((whole << 10) + 16 * MIB, -1))
+            limit = whole * 1024 + 16 * MIB, resource.getrlimit(resource.RLIMIT_AS)[1]
+            resource.prlimit(self.m.pid, resource.RLIMIT_AS, limit)
             self.send(lambda me, names: me.signal(names, 31 * MIB * "x")).pipe.recv()
             self.expect_answer()
             self.expect_answer()

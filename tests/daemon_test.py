@@ -197,7 +197,7 @@ class DaemonTest(unittest.TestCase):
         # The tracer is no parent of what it traces: that stays the main program's child.
         old_kernel = " ".join(self.m.strace("close_range:error=ENOSYS", "-D", DAEMON))
         for how, command, ignored in [
-                (changed, DAEMON, 0x1000007), ("", old_kernel + foreign, 0),
+                (changed, DAEMON, 0x1000007), ("--default-signal", old_kernel + foreign, 0),
                 *(("--default-signal", DAEMON + closed, 0) for closed in (
                     "", foreign, " <&-", " >&-", " 2>&-", " <&- >&- 2>&-" + foreign))]:
             # Not every shell knows descriptors of two digits.
