@@ -45,7 +45,11 @@ struct FolderTest : testing::Test {
   ~FolderTest() override {
     [[maybe_unused]] const int isRoot = setresuid(0, 0, 0);  // again, after LeaveRoot()
     Velmar::Singleton<Velmar::Logger>::Destroy();
+    EXPECT_LE(CountDescriptors(), descriptors);
     Run("chmod -R u+rwx . && rm -r $PWD");
+  }
+  static std::ptrdiff_t CountDescriptors() {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), {});
   }
   // Root, who may do everything, is somebody else, who owns the folder, to the end of the test.
   void LeaveRoot() const {
@@ -84,4 +88,5 @@ struct FolderTest : testing::Test {
   std::string base = fs::temp_directory_path() / "brimlet-test-XXXXXX";
   const fs::path folder = mkdtemp(base.data());
   const std::string log = folder / ".log";
+  const std::ptrdiff_t descriptors = CountDescriptors();
 };

@@ -5,6 +5,7 @@ import os
 import re
 import shutil
 import subprocess
+import time
 import unittest
 import xml.etree.ElementTree as xml
 
@@ -95,6 +96,14 @@ class DaemonTest(unittest.TestCase):
             for text in (self.m.describe(), machine.read(f"{machine.TREE}/packaging/{NAME}.xml")))
         self.assertEqual(*(xml.canonicalize(text, strip_text=True) for text in (seen, told)))
 
+    def test_sleeps_while_nobody_calls(self):
+        def spent():  # processor time, in hundredths of a second
+            return sum(map(int, machine.read(f"/proc/{self.m.pid}/stat").split()[13:15]))
+        self.m.start()
+        before = spent()
+        time.sleep(1)
+        self.assertLess(spent() - before, 20)
+
     def test_admits_two_paths_and_no_other(self):
         self.m.start()
         call = ["call", NAME, PATH, NAME, "brimletd", "s", "echo --add"]
@@ -103,8 +112,8 @@ class DaemonTest(unittest.TestCase):
         self.expect(*CALLED)
         call[-1], folder, home = "brimletd --exit", os.path.dirname(MAIN), self.m.home
         busctl, core = os.path.realpath(shutil.which("busctl")), home + "/core"
-        forged = home + "/\x1b[1m\u0085\u2028\u2029\u00e9\\\n\r\t\x7f"
-        shown = home + r"/\x1b[1m\xc2\x85\xe2\x80\xa8\xe2\x80\xa9" + "\u00e9" + r"\\n\r\t\x7f"
+        forged = home + "/\x1b[1m\x9f\u2028\u2029\xe9\\\n\r\t\x7f"
+        shown = home + r"/\x1b[1m\xc2\x9f\xe2\x80\xa8\xe2\x80\xa9" + "\xe9" + r"\\n\r\t\x7f"
         copies = [MAIN + "2", folder + "/brimlet", folder + "/Brimle", core + "/OrvixCore"]
         os.mkdir(core)
         for path in (*copies, forged):
