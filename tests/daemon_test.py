@@ -5,6 +5,7 @@ import os
 import re
 import shutil
 import subprocess
+import tempfile
 import time
 import unittest
 import xml.etree.ElementTree as xml
@@ -177,8 +178,9 @@ class DaemonTest(unittest.TestCase):
         self.m.close()
         os.remove(self.m.home + "/bus")
         expect_end([DAEMON], service("Failed to connect to system bus: -2"))
-        os.environ["HOME"] = self.m.log_path
-        expect_end([DAEMON])
+        os.environ["HOME"] = tempfile.mkdtemp()
+        expect_end(self.m.strace("/^mkdir:error=ENOSPC", DAEMON))
+        self.assertNotIn("connect(", machine.read(self.m.home + "/trace"))
 
     def test_survives_failing_system_calls(self):
         self.m.start()
