@@ -20,7 +20,7 @@ lint() {
     --enable=warning,performance,portability --inline-suppr --error-exitcode=1
   # The consumer is compiled against an installation only. The count of the warnings that are
   # suppressed in the system's headers is of no interest.
-  git ls-files -z '*.cpp' ':!tests/consumer' | xargs -0 -P "$(nproc)" -n 4 \
+  git ls-files -z '*.cpp' ':!examples/consumer' | xargs -0 -P "$(nproc)" -n 4 \
     clang-tidy --quiet -p build/lint 2> >(grep -v 'warnings\? generated' >&2)
 }
 

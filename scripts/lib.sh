@@ -5,7 +5,7 @@
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev libssl-dev)
 BUS_PACKAGES=(dbus-daemon dbus-system-bus-common systemd util-linux python3-jeepney)
 # What the tests need on top, what the presets that build with Clang do, and what the checks do.
-TEST_PACKAGES=(libgtest-dev binutils dbus-bin libglib2.0-bin locales strace)
+TEST_PACKAGES=(libgtest-dev binutils libc-l10n python3-pytest strace)
 CLANG_PACKAGES=(clang libclang-rt-14-dev)
 LINT_PACKAGES=(clang-format clang-tidy cppcheck git shellcheck)
 PACKAGE_PACKAGES=(dpkg-dev file lintian man-db mandoc)

@@ -27,7 +27,7 @@ quietly apt-get -qq install -y --reinstall ./*.deb
 brimlet-check --version
 
 echo "Building against the library"
-quietly cmake -S tests/consumer -B consumer
+quietly cmake -S examples/consumer -B consumer
 quietly cmake --build consumer
 (cd consumer && quietly ctest --output-on-failure)
 mkdir -p "${main%/*}"

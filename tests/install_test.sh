@@ -15,7 +15,7 @@ for shared in OFF ON; do
     -D BRIMLET_BUILD_EXAMPLES=OFF -D CMAKE_INSTALL_PREFIX="$PWD/prefix" -D CMAKE_INSTALL_LIBDIR=lib
   cmake --build build --target install
   mv prefix $shared
-  ctest --build-and-test "$source/tests/consumer" "consumer-$shared" --build-generator Ninja \
+  ctest --build-and-test "$source/examples/consumer" "consumer-$shared" --build-generator Ninja \
     --build-options -D CMAKE_PREFIX_PATH="$PWD/$shared" --test-command ctest --output-on-failure
 done
 

@@ -34,12 +34,10 @@ ON_BROKER = os.environ.get("BRIMLET_TEST_BUS") == "dbus-broker"
 TREE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD = os.environ.get("BRIMLET_BUILD", "build/release")
 JOURNAL = "/run/systemd/journal/socket"
-# What the new file systems may hide is opened before.
 SETUP = f"""set -e
 umask 022
 policy=${{BRIMLET_TESTED_POLICY-{BUILD}/packaging/{NAME}.conf}}
-exec 3<"${{BRIMLET_TESTED_DAEMON:-{BUILD}/bin/brimletd}}" 5<"${{policy:-/dev/null}}" \
-  4<"${{BRIMLET_TESTED_MAIN:-{BUILD}/examples/main_program}}" 9<"{TREE}"
+exec 9<"{TREE}"  # which the new file systems may hide
 if [ "$BRIMLET_TEST_BUS" = dbus-broker ]; then
   [ -z "$BRIMLET_BROKER_DIR" ] ||
     mount -t overlay -o "lowerdir=$BRIMLET_BROKER_DIR:/usr/bin" none /usr/bin || true
@@ -48,12 +46,12 @@ fi
 mount -t tmpfs -o mode=0755 none /opt
 mount -t tmpfs -o mode=0755 none /run
 [ -e "{TREE}" ] || {{ mkdir -p "{TREE}"; mount -c --rbind /proc/self/fd/9 "{TREE}"; }}
-install -D /proc/self/fd/3 {DAEMON}
-install -D /proc/self/fd/4 {MAIN}
+install -D "${{BRIMLET_TESTED_DAEMON:-{BUILD}/bin/brimletd}}" {DAEMON}
+install -D "${{BRIMLET_TESTED_MAIN:-{BUILD}/examples/main_program}}" {MAIN}
 install -D /usr/bin/python3 {CORE}
 if [ -n "$policy" ]; then
   mount -t tmpfs -o mode=0755 none /etc/dbus-1/system.d
-  cat <&5 >/etc/dbus-1/system.d/brimlet.conf
+  cp "$policy" /etc/dbus-1/system.d/brimlet.conf
   # The first group of a name is the one that counts.
   sed -n 's/.*<policy group="\\(.*\\)">.*/\\1:x:{MEMBERS}:/p' /etc/dbus-1/system.d/brimlet.conf |
     cat - /etc/group >/opt/group
@@ -66,7 +64,7 @@ if ! setpriv --reuid messagebus --clear-groups true 2>/dev/null; then
 fi
 mkdir -m 1777 /opt/tmp
 export TMPDIR=/opt/tmp PYTHONHOME=/usr PYTHONDONTWRITEBYTECODE=1
-exec {CORE} "$@" 3<&- 4<&- 5<&- 9<&-
+exec {CORE} "$@" 9<&-
 """
 
 
@@ -118,15 +116,13 @@ def bus_path():
     return os.environ["DBUS_SYSTEM_BUS_ADDRESS"].removeprefix("unix:path=")
 
 
-def request(line, member="brimletd", address=METHOD):
-    return new_method_call(address, member, "s", (line,))
+def request(line):
+    return new_method_call(METHOD, "brimletd", "s", (line,))
 
 
 class Connection(DBusConnection):
-    """To the bus, also for what libraries for honest programs would not send."""
-
     def __init__(self):
-        super().__init__(prep_socket(bus_path(), enable_fds=True, timeout=60))
+        super().__init__(prep_socket(bus_path(), timeout=60))
 
     def ask(self, message):
         """The reply, or "error: " and the error's name."""
@@ -134,24 +130,17 @@ class Connection(DBusConnection):
         error = reply.header.fields.get(HeaderFields.error_name)
         return f"error: {error}" if error else reply.body[0] if reply.body else None
 
-    def push(self, message, descriptors=(), **fields):
-        """Sends a message with these header fields, too, and with these descriptors."""
-        fields.update({"unix_fds": len(descriptors)} if descriptors else {})
-        message.header.fields.update((HeaderFields[name], field) for name, field in fields.items())
-        data = message.serialise(next(self.outgoing_serial))
-        sent = socket.send_fds(self.sock, [data], descriptors)
-        self.sock.sendall(data[sent:])
-
-    def post(self, line="echo --add", descriptors=(), **fields):
+    def post(self, line="echo --add"):
         """Calls the daemon, and wants no reply."""
         message = request(line)
         message.header.flags = MessageFlag.no_reply_expected
-        self.push(message, descriptors, **fields)
+        self.send(message)
 
-    def signal(self, names, text="", descriptors=(), **fields):
+    def signal(self, names, text=""):
         for name in names:
             message = new_signal(DBusAddress("/a", interface="a.b"), "c", "s", (text,))
-            self.push(message, descriptors, destination=name, **fields)
+            message.header.fields[HeaderFields.destination] = name
+            self.send(message)
 
     def has_owner(self, name):
         """Also waits until the bus has seen what was sent before."""
@@ -168,8 +157,14 @@ class Machine:
         os.environ.update(HOME=self.home, DBUS_SYSTEM_BUS_ADDRESS="unix:path=" + path)
         command = ["dbus-daemon", "--system", "--nofork", "--nopidfile",
                    "--address=unix:path=" + path]
+        if ON_BROKER and not os.path.exists(JOURNAL):
+            # It does not start without a journal, and stands still when nobody reads it.
+            os.makedirs(os.path.dirname(JOURNAL))
+            with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as journal:
+                journal.bind(JOURNAL)
+                os.chmod(JOURNAL, 0o777)
+                subprocess.Popen(["cat"], stdin=journal, stdout=subprocess.DEVNULL)
         if ON_BROKER:
-            read_journal()
             command = ["systemd-socket-activate", "--listen=" + path,
                        "--setenv=DBUS_SYSTEM_BUS_ADDRESS", "dbus-broker-launch", "--scope=system"]
         self.bus = subprocess.Popen(command, stderr=subprocess.DEVNULL)
@@ -267,15 +262,3 @@ class Machine:
         self.bus.wait()
         if status != 0:
             raise RuntimeError(f"the daemon ends with status {status}")
-
-
-def read_journal():
-    """Dbus-broker does not start without a journal, and stands still when nobody reads it."""
-    if not os.path.exists(JOURNAL):
-        os.makedirs(os.path.dirname(JOURNAL))
-        journal = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        journal.bind(JOURNAL)
-        os.chmod(JOURNAL, 0o777)
-        if os.fork() == 0:
-            while True:
-                journal.recv(1)
