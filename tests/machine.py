@@ -96,8 +96,7 @@ def eventually(condition):
     """Waits until `condition()` is true, and returns what it gave; fails after two minutes."""
     end = time.monotonic() + 120
     while not (result := condition()):
-        if time.monotonic() > end:
-            raise TimeoutError("what was waited for does not come")
+        assert time.monotonic() < end, "what was waited for does not come"
         time.sleep(0.005)
     return result
 
@@ -147,6 +146,16 @@ class Connection(DBusConnection):
         return self.ask(message_bus.NameHasOwner(name))
 
 
+def read_journal():
+    """Dbus-broker does not start without a journal, and stands still when nobody reads it."""
+    if not os.path.exists(JOURNAL):
+        os.makedirs(os.path.dirname(JOURNAL))
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as journal:
+            journal.bind(JOURNAL)
+            os.chmod(JOURNAL, 0o777)
+            subprocess.Popen(["cat"], stdin=journal, stdout=subprocess.DEVNULL)
+
+
 class Machine:
     """A bus, a home folder, and what start() starts."""
 
@@ -155,26 +164,16 @@ class Machine:
         os.chmod(self.home, 0o711)  # other users come to the bus and to nothing else
         self.log_path, path = self.home + "/Brimlet/log/brimletd.log", self.home + "/bus"
         os.environ.update(HOME=self.home, DBUS_SYSTEM_BUS_ADDRESS="unix:path=" + path)
-        command = ["dbus-daemon", "--system", "--nofork", "--nopidfile",
-                   "--address=unix:path=" + path]
-        if ON_BROKER and not os.path.exists(JOURNAL):
-            # It does not start without a journal, and stands still when nobody reads it.
-            os.makedirs(os.path.dirname(JOURNAL))
-            with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as journal:
-                journal.bind(JOURNAL)
-                os.chmod(JOURNAL, 0o777)
-                subprocess.Popen(["cat"], stdin=journal, stdout=subprocess.DEVNULL)
+        bus = ["dbus-daemon", "--system", "--nofork", "--nopidfile", "--address=systemd:"]
         if ON_BROKER:
-            command = ["systemd-socket-activate", "--listen=" + path,
-                       "--setenv=DBUS_SYSTEM_BUS_ADDRESS", "dbus-broker-launch", "--scope=system"]
-        self.bus = subprocess.Popen(command, stderr=subprocess.DEVNULL)
-        self.connection = eventually(self.connect)
+            bus = ["dbus-broker-launch", "--scope=system"]
+            read_journal()
+        with socket.create_server(path, family=socket.AF_UNIX) as listening:
+            start = 'LISTEN_FDS=1 LISTEN_PID=$$ exec "$@" 3<&0 </dev/null'
+            self.bus = subprocess.Popen(["sh", "-c", start, "sh", *bus], stdin=listening,
+                                        stderr=subprocess.DEVNULL)
         os.chmod(path, 0o777)
-
-    @staticmethod
-    def connect():
-        with contextlib.suppress(OSError):  # the bus has just started
-            return Connection()
+        self.connection = Connection()
 
     def start(self, program=DAEMON):
         """Starts the main program, which starts `program` (the daemon, or what becomes it), and
@@ -182,8 +181,7 @@ class Machine:
         self.main = subprocess.Popen([MAIN, program], stdin=subprocess.PIPE, text=True,
                                      stdout=subprocess.PIPE)
         started, ready = self.main.stdout.readline(), self.main.stdout.readline()
-        if ready != "ready\n":
-            raise RuntimeError(f"the daemon does not start: {started}{ready}")
+        assert ready == "ready\n", started + ready
         self.pid = int(started.split()[-1])
         self.is_emulated = "qemu" in os.readlink(f"/proc/{self.pid}/exe")
         return self.pid
@@ -234,8 +232,7 @@ class Machine:
     def failing(self, fault):
         """Has system calls of the running daemon fail, and waits until one has."""
         tracer = subprocess.Popen(self.strace(fault, "-p", str(self.pid)), stderr=subprocess.PIPE)
-        if not any(said.endswith(b"attached\n") for said in tracer.stderr):
-            raise RuntimeError("these tests have to trace processes")
+        assert any(said.endswith(b"attached\n") for said in tracer.stderr), "tracing is forbidden"
         try:
             yield
             eventually(lambda: "(INJECTED)" in read(self.home + "/trace"))
@@ -260,5 +257,4 @@ class Machine:
         status = self.stop() if self.main and self.main.poll() is None else 0
         self.bus.kill()
         self.bus.wait()
-        if status != 0:
-            raise RuntimeError(f"the daemon ends with status {status}")
+        assert status == 0, f"the daemon ends with status {status}"
