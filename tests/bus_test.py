@@ -13,7 +13,7 @@ import pytest
 from jeepney import DBusAddress, MatchRule, message_bus, new_method_call
 
 import machine
-from machine import CORE, NAME, PATH, Connection, Machine, eventually
+from machine import CORE, NAME, PATH, Connection, eventually
 
 MIB, OWN = 1 << 20, message_bus.RequestName(NAME)
 ROOT, MEMBER, NOBODY = None, [machine.MEMBERS], []
@@ -34,7 +34,7 @@ def stranger(step, groups, names, pipe):
     signal.pause()
 
 
-class Target(Machine):
+class Machine(machine.Machine):
     """Has strangers next to its daemon."""
 
     def __init__(self):
@@ -68,12 +68,6 @@ class Target(Machine):
         one.pipe = pipe
         self.strangers.callback(one.kill)
         return one
-
-
-@pytest.fixture
-def m():
-    with contextlib.closing(Target()) as own:
-        yield own
 
 
 def hold(me, names, count=500):

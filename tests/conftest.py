@@ -1,4 +1,4 @@
-"""Each test of the running daemon has a machine of its own."""
+"""Each test of the running daemon has a machine of its own, of a kind of its own in some files."""
 import contextlib
 
 import pytest
@@ -9,6 +9,6 @@ machine.become_core()
 
 
 @pytest.fixture
-def m():
-    with contextlib.closing(machine.Machine()) as own:
+def m(request):
+    with contextlib.closing(getattr(request.module, "Machine", machine.Machine)()) as own:
         yield own

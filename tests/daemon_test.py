@@ -82,10 +82,12 @@ def test_is_what_its_description_says_and_sleeps_while_nobody_calls(m):
 def test_admits_two_paths_and_no_other(m):
     m.start()
     call = ["call", NAME, PATH, NAME, "brimletd", "s", "echo --add"]
+    folder, busctl = os.path.dirname(MAIN), shutil.which("busctl")
     for path in (CORE, MAIN):
-        assert m.run("busctl", *call, at=path) == 's "--add"\n', path
+        with machine.standing_at(path, busctl):
+            assert m.run(path, *call) == 's "--add"\n', path
     expect(m, *CALLED)
-    call[-1], folder, busctl = "brimletd --exit", os.path.dirname(MAIN), shutil.which("busctl")
+    call[-1] = "brimletd --exit"
     forged = m.home + "/\x1b[1m\x9f\u2028\u2029\xe9\\\n\r\t\x7f"
     shown = m.home + r"/\x1b[1m\xc2\x9f\xe2\x80\xa8\xe2\x80\xa9" + "\xe9" + r"\\n\r\t\x7f"
     copies = [MAIN + "2", folder + "/brimlet", folder + "/Brimle", m.home + "/OrvixCore"]
