@@ -27,5 +27,4 @@ names OFF/lib/libbrimlet.a |
   awk -F :: 'NR == FNR { word[$0]; next } $NF in word' <(grep -rhoE '~?\w+' ON/include) - |
   diff - <(names ON/lib/libbrimlet.so -D)
 # What the daemon loads would run as root.
-"$("$CXX" -print-prog-name=readelf)" -d ON/sbin/brimletd >loaded
-if grep 'NEEDED.*brimlet' loaded; then exit 1; fi
+[ -n "$(grep -L 'libbrimlet\.so' ON/sbin/brimletd)" ]
