@@ -19,33 +19,18 @@ MIB, OWN = 1 << 20, message_bus.RequestName(NAME)
 ROOT, MEMBER, NOBODY = None, [machine.MEMBERS], []
 
 
-def stranger(step, groups, names, pipe):
-    """Takes a step, as root or as another user in these groups, and stays. Where there is no other
-    user, root is the stranger."""
-    if groups is not ROOT and machine.has_other_users():
-        os.setgroups(groups)
-        os.setresgid(65534, 65534, 65534)
-        os.setresuid(65534, 65534, 65534)
-    me = Connection()
-    me.held = []
-    said = step(me, names)
-    me.has_owner(NAME)
-    pipe.send(said)
-    signal.pause()
-
-
 class Machine(machine.Machine):
     """Has strangers next to its daemon."""
 
     def __init__(self):
         super().__init__()
-        self.strangers = contextlib.ExitStack()
         self.start()
         self.expect_answer()  # now it has its second connection, which asks who a caller is
         self.names = eventually(self.find_names)
 
     def close(self):
-        self.strangers.close()
+        for one in multiprocessing.active_children():
+            one.kill()
         super().close()
 
     def expect_answer(self):
@@ -60,13 +45,24 @@ class Machine(machine.Machine):
                     one.ask(message_bus.GetConnectionUnixProcessID(name)) == self.pid]
 
     def send(self, step, groups=NOBODY):
-        """A stranger, whose pipe gives what it says after its step."""
+        """A stranger that takes a step, as root or as another user in these groups, and stays. Its
+        pipe gives what it says then. Where there is no other user, root is the stranger."""
+        def live():
+            if groups is not ROOT and machine.has_other_users():
+                os.setgroups(groups)
+                os.setgid(65534)
+                os.setuid(65534)
+            me = Connection()
+            me.held = []
+            said = step(me, self.names)
+            me.has_owner(NAME)
+            end.send(said)
+            signal.pause()
         pipe, end = multiprocessing.Pipe()
-        one = multiprocessing.Process(target=stranger, args=(step, groups, self.names, end))
+        one = multiprocessing.Process(target=live)
         one.start()
         end.close()
         one.pipe = pipe
-        self.strangers.callback(one.kill)
         return one
 
 
