@@ -30,11 +30,15 @@ echo "Building against the library"
 quietly cmake -S examples/consumer -B consumer
 quietly cmake --build consumer
 (cd consumer && quietly ctest --output-on-failure)
-mkdir -p "${main%/*}"
+# What is installed, where a build would have it.
+mkdir -p build/bin build/examples build/packaging
+ln -s /usr/sbin/brimletd build/bin/
+ln -s "/usr/share/dbus-1/system.d/$name.conf" build/packaging/
 # The examples name the headers as the tree does.
 # shellcheck disable=SC2046  # several words
-quietly c++ -std=c++17 -I/usr/include/brimlet examples/main_program.cpp -o "$main" \
-  $(pkg-config --cflags --libs brimlet)
+quietly c++ -std=c++17 -I/usr/include/brimlet examples/main_program.cpp \
+  -o build/examples/main_program $(pkg-config --cflags --libs brimlet)
+install -D build/examples/main_program "$main"
 
 echo "Calling the daemon"
 # On the bus that has run all the time, which has to have learnt of the policy and of the group.
@@ -43,8 +47,7 @@ timeout 60 grep -q ready <&"${COPROC[0]}"
 [ "$(called_with --groups=brimlet)" = 's "auth failed"' ]
 grep -E "Access denied|Rejected send message" <<<"$(called_with --clear-groups)"
 kill "$COPROC_PID"
-BRIMLET_TESTED_DAEMON=/usr/sbin/brimletd BRIMLET_TESTED_MAIN=$main BRIMLET_TESTED_POLICY='' \
-  quietly scripts/demo.py
+BRIMLET_BUILD=build quietly scripts/demo.py
 
 echo "Removing the packages"
 dpkg -L "${packages[@]}" | grep brimlet >installed

@@ -8,8 +8,7 @@ program, and the daemon as its child.
     machine.call("echo --add")  # "--add": the interpreter runs from the casting engine's path
 
 All files and processes go with the program. The environment says what is tried: BRIMLET_BUILD, the
-build folder; BRIMLET_TESTED_DAEMON and BRIMLET_TESTED_MAIN, other programs; BRIMLET_TESTED_POLICY,
-another bus policy, or none for what is installed; BRIMLET_TEST_BUS, dbus-daemon or dbus-broker,
+build folder; BRIMLET_TESTED_DAEMON, another daemon; BRIMLET_TEST_BUS, dbus-daemon or dbus-broker,
 which may lie in BRIMLET_BROKER_DIR: where it is missing, the program ends with status 77."""
 import contextlib
 import os
@@ -35,7 +34,6 @@ BUILD = os.environ.get("BRIMLET_BUILD", "build/release")
 JOURNAL = "/run/systemd/journal/socket"
 SETUP = f"""set -e
 umask 022
-policy=${{BRIMLET_TESTED_POLICY-{BUILD}/packaging/{NAME}.conf}}
 exec 9<"{TREE}"  # which the new file systems may hide
 if [ "$BRIMLET_TEST_BUS" = dbus-broker ]; then
   [ -z "$BRIMLET_BROKER_DIR" ] ||
@@ -51,16 +49,14 @@ mkdir -p {os.path.dirname(JOURNAL)}
 until [ -S {JOURNAL} ]; do sleep 0.01; done
 [ -e "{TREE}" ] || {{ mkdir -p "{TREE}"; mount -c --rbind /proc/self/fd/9 "{TREE}"; }}
 install -D "${{BRIMLET_TESTED_DAEMON:-{BUILD}/bin/brimletd}}" {DAEMON}
-install -D "${{BRIMLET_TESTED_MAIN:-{BUILD}/examples/main_program}}" {MAIN}
+install -D "{BUILD}/examples/main_program" {MAIN}
 install -D /usr/bin/python3 {CORE}
-if [ -n "$policy" ]; then
-  mount -t tmpfs -o mode=0755 none /etc/dbus-1/system.d
-  cp "$policy" /etc/dbus-1/system.d/brimlet.conf
-  # The first group of a name is the one that counts.
-  sed -n 's/.*<policy group="\\(.*\\)">.*/\\1:x:{MEMBERS}:/p' /etc/dbus-1/system.d/brimlet.conf |
-    cat - /etc/group >/opt/group
-  mount --bind /opt/group /etc/group
-fi
+mount -t tmpfs -o mode=0755 none /etc/dbus-1/system.d
+cp "{BUILD}/packaging/{NAME}.conf" /etc/dbus-1/system.d/
+# The first group of a name is the one that counts.
+sed -n 's/.*<policy group="\\(.*\\)">.*/\\1:x:{MEMBERS}:/p' /etc/dbus-1/system.d/*.conf |
+  cat - /etc/group >/opt/group
+mount --bind /opt/group /etc/group
 # Where there is no other user, the bus cannot become one.
 if ! setpriv --reuid messagebus --clear-groups true 2>/dev/null; then
   sed '/<user>/d' /usr/share/dbus-1/system.conf >/opt/system.conf
