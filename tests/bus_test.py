@@ -1,6 +1,5 @@
 """What everybody on the bus can do to the daemon, and what they cannot."""
 import contextlib
-import functools
 import multiprocessing
 import os
 import resource
@@ -110,6 +109,7 @@ def test_lets_group_and_root_call_the_method_and_root_alone_introspect_and_own_t
         said = m.send(lambda me, _: [me.ask(one) for _, one in calls], user).pipe.recv()
         for reply, (users, one) in zip(said, calls, strict=True):
             assert (reply == f"error: {bus}Error.AccessDenied") == (user not in users), (user, one)
+    assert sorted(m.find_names()) == sorted(m.names)
 
 
 def test_lets_no_signal_through_to_the_owner_of_the_name(m):
@@ -146,7 +146,9 @@ def test_stays_as_it_was_and_answers_meanwhile(m):
 
 
 def test_answers_after_a_flood_while_idle_when_no_new_connection_is_to_be_had(m):
+    os.kill(m.pid, signal.SIGSTOP)
     m.send(lambda me, names: flood(me, names, lambda: hold(me, names, 80))).pipe.recv()
+    os.kill(m.pid, signal.SIGCONT)
     m.expect_answer()
 
 
@@ -161,7 +163,7 @@ def test_recovers_from_a_message_without_room_in_memory(m):
 
 def test_sees_the_end_of_its_parent_within_15_seconds(m):
     caller = Connection()
-    m.send(functools.partial(hold, count=80)).pipe.recv()
+    m.send(lambda *of: hold(*of, 80)).pipe.recv()
     m.send(lambda me, names: [hold(me, names, 0) for _ in range(100)])
     for _ in range(100):
         caller.post()

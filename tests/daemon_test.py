@@ -6,7 +6,6 @@ import os
 import re
 import shutil
 import subprocess
-import tempfile
 import time
 
 from jeepney import new_method_call
@@ -133,7 +132,7 @@ def test_does_not_start_without_a_parent_its_name_a_bus_and_a_folder_for_its_log
     m.close()
     os.remove(m.home + "/bus")
     expect_end([DAEMON], service("Failed to connect to system bus: -2"))
-    os.environ["HOME"] = tempfile.mkdtemp()
+    os.environ["HOME"] = m.home + "/Brimlet"
     expect_end(m.strace("/^mkdir:error=ENOSPC", DAEMON))
     assert "connect(" not in machine.read(m.home + "/trace")
 
