@@ -1,5 +1,5 @@
 // What tests of units that work on files share: a folder, the log of the process, and a stand
-// between the product and its calls that open and remove, in a program linked with --wrap.
+// between the product and its calls that open files, in a program linked with --wrap.
 #pragma once
 
 #include <fcntl.h>
@@ -18,22 +18,16 @@
 namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
-// Called before each of these calls. A result other than 0 is the error with which the call fails.
+// Called before a file is opened. A result other than 0 is the error with which that fails.
 inline std::function<int()> g_hook = [] { return 0; };
-inline long Call(long number, int folder, const char* name, int flags, mode_t mode = 0) {
-  errno = g_hook();
-  return errno == 0 ? syscall(number, folder, name, flags, mode) : -1;
-}
 extern "C" long __wrap_openat(int folder, const char* name, int flags, mode_t mode) {
   const int wanted = O_CLOEXEC | ((flags & O_DIRECTORY) != 0 ? 0 : O_NOCTTY | O_NONBLOCK);
   EXPECT_EQ(flags & wanted, wanted) << name;
-  return Call(SYS_openat, folder, name, flags, mode);
+  errno = g_hook();
+  return errno == 0 ? syscall(SYS_openat, folder, name, flags, mode) : -1;
 }
 extern "C" long __wrap_open(const char* name, int flags, mode_t mode) {
   return __wrap_openat(AT_FDCWD, name, flags, mode);
-}
-extern "C" long __wrap_unlinkat(int folder, const char* name, int flags) {
-  return Call(SYS_unlinkat, folder, name, flags);
 }
 
 struct FolderTest : testing::Test {
@@ -61,7 +55,7 @@ struct FolderTest : testing::Test {
     EXPECT_EQ(status, 0) << command;
     return status;
   }
-  std::string ReadWhole(const std::string& name) const {
+  std::string ReadWhole(const fs::path& name) const {
     std::ifstream file(folder / name);
     return {std::istreambuf_iterator<char>(file), {}};
   }
@@ -71,9 +65,9 @@ struct FolderTest : testing::Test {
     fs::resize_file(log, 0);
     return ReadWhole(".told");
   }
-  // Runs `act` after the command `before` again and again, with the command `disturb` before its
-  // call number `first`, the next one and so on. After each, the command `check` has to succeed.
-  void DisturbEachCall(int first, const std::string& before, const std::function<void()>& act,
+  // Runs `act` after the command `before` again and again, with the command `disturb` before it
+  // opens file number `first`, the next one and so on. After each, `check` has to succeed.
+  void DisturbEachOpen(int first, const std::string& before, const std::function<void()>& act,
                        const std::string& disturb, const std::string& check) const {
     for (int at = first, calls = at; calls >= at; ++at) {
       Run(before);
@@ -81,7 +75,7 @@ struct FolderTest : testing::Test {
       g_hook = [&] { return calls++ == at ? Run(disturb) : 0; };
       act();
       g_hook = [] { return 0; };
-      Run(check + " # after: " + disturb + ", before call " + std::to_string(at));
+      Run(check + " # after: " + disturb + ", before file " + std::to_string(at));
     }
   }
 

@@ -70,7 +70,7 @@ TEST_F(LoggerTest, GetsOverWhatStandsInItsWay) {
 
 TEST_F(LoggerTest, FollowsNoLinkThatIsSwappedInBeforeAnyCall) {
   for (const std::string link : {"ln -sf file ", "ln -f file "})
-    DisturbEachCall(
+    DisturbEachOpen(
         0, "rm -f log*; truncate -s 33554433 log; echo foreign >file; chmod 644 file",
         [&] { logger.Init(path), Write("line"); }, link + "log; " + link + "log.old",
         "test $(cat file)$(stat -c %a file) = foreign644");

@@ -1,8 +1,7 @@
+// The units of common/ that open no file.
 #include "common/BoundsChecked.h"
-
-#include <gtest/gtest.h>
-
-#include <cerrno>
+#include "common/ErrorCode.h"
+#include "tests/FolderTest.h"
 
 using namespace Velmar;
 
@@ -25,11 +24,22 @@ TEST(BoundsChecked, DoesAllThatFitsOrNothingAndTellsWhich) {
     EXPECT_EQ(to.c_str(), length >= 0 ? word : max > 0 ? "" : "ab");
     EXPECT_EQ(to.substr(max), start.substr(max));
   }
+}
+
+TEST(BoundsChecked, TakesTextsThatOverlapAndRefusesNull) {
   char text[] = "abc";
   static char* null;  // the compiler and the analysers do not know its value
-  EXPECT_EQ(memcpy_s(text + 1, 2, text, 2), 0);  // they overlap
+  EXPECT_EQ(memcpy_s(text + 1, 2, text, 2), 0);
   EXPECT_EQ(memcpy_s(null, 1, text, 1) + memcpy_s(text, 1, null, 1), 2 * EINVAL);
   EXPECT_EQ(strcat_s(null, 1, "") + strcat_s(text, 4, null) + memset_s(null, 1, 0, 1), 3 * EINVAL);
   EXPECT_EQ(snprintf_s(null, 1, 1, "%s", text) + snprintf_s(text + 3, 1, 1, null, 0), -2);
   EXPECT_STREQ(text, "aab");
+}
+
+using ErrorCodeTest = FolderTest;
+TEST_F(ErrorCodeTest, GivesEachCodeItsMessage) {
+  std::ofstream list(folder / "list");
+  for (int code = -1; code <= 2000; ++code)
+    list << code << "; " << ErrorCode::GetLogText(code) << std::endl;
+  Run("grep -v 'Unknown error' list | cksum | grep -qx '962537759 3590'");
 }
