@@ -25,11 +25,8 @@ TEST_F(LoggerTest, WritesOneLinePerCallButNoneForDebugOrNullOrWhatIsTooLong) {
   write(null, "U", "m"), write("M", null, "m"), write("M", "U", null), LogDebug("M", "U", "m");
   logger.Write(4, u, 1, m, full), Write(full + "x"), write("M", "U", "%sx", full.c_str());
   LogInfo("M", "U", "info %d", 1), LogWarning("M", "U", "%c%%", 37), LogError("M", "U", "%s", "%s");
-  Run("sed -E 's/^\\[[0-9 :.-]{24}] \\[//' log >told");
-  EXPECT_EQ(ReadWhole("told"),
-            "kept\nINFO] [U:-2] M: a%\nWARNING] [U:-3] M: a%\nERROR] [U:-4] M: a%\n"
-            "CRITICAL] [U:-5] M: a%\n ] [U:-7] M: a%\nERROR] [U:1] M: " +
-                full + "\nINFO] [U:0] M: info 1\nWARNING] [U:0] M: %%\nERROR] [U:0] M: %s\n");
+  Run("sed -E 's/^.[0-9 :.-]{24}. .//; s/y{4095}$/full/' log | diff " SOURCE_DIR
+      "/tests/data/lines.log -");
 }
 
 TEST_F(LoggerTest, StampsALineWithTheLocalTimeAtWhichItIsWritten) {
@@ -90,8 +87,6 @@ TEST_F(LoggerTest, NeverMixesTheLinesOfTwoThreads) {
     for (int i = 0; i < 2000; ++i) Write(std::string(200, letter));
   };
   logger.Init(path);
-  std::thread other(write, 'b');
-  write('a');
-  other.join();
+  { const std::jthread one(write, 'a'), other(write, 'b'); }
   Run("for c in a b; do test 2000 = $(grep -Ec \": $c{200}$\" log) || exit 1; done");
 }
