@@ -20,6 +20,7 @@ using Texts = std::vector<std::string>;
 
 // Called before a file is opened. A result other than 0 is the error with which that fails.
 inline std::function<int()> g_hook = [] { return 0; };
+
 extern "C" long __wrap_openat(int folder, const char* name, int flags, mode_t mode) {
   const int wanted = O_CLOEXEC | ((flags & O_DIRECTORY) != 0 ? 0 : O_NOCTTY | O_NONBLOCK);
   EXPECT_EQ(flags & wanted, wanted) << name;
@@ -34,7 +35,7 @@ struct FolderTest : testing::Test {
   FolderTest() {
     std::signal(SIGXFSZ, SIG_IGN);
     umask(022);
-    Velmar::Singleton<Velmar::Logger>::Instance()->Init(log);
+    Velmar::Singleton<Velmar::Logger>::Instance()->Init(folder / ".log");
   }
   ~FolderTest() override {
     [[maybe_unused]] const int isRoot = setresuid(0, 0, 0);  // again, after LeaveRoot()
@@ -62,7 +63,7 @@ struct FolderTest : testing::Test {
   // What was logged since the last call: "E opendir x failed\n", x being in the folder.
   std::string Logged() const {
     Run(R"(sed -E 's,.{26} .(.)\w+. .\w+:[0-9]+.( UTILS:)?,\1,; s,'$PWD'/?,,g' .log >.told)");
-    fs::resize_file(log, 0);
+    fs::resize_file(folder / ".log", 0);
     return ReadWhole(".told");
   }
   // Runs `act` after the command `before` again and again, with the command `disturb` before it
@@ -81,6 +82,5 @@ struct FolderTest : testing::Test {
 
   std::string base = fs::temp_directory_path() / "brimlet-test-XXXXXX";
   const fs::path folder = mkdtemp(base.data());
-  const std::string log = folder / ".log";
   const std::ptrdiff_t descriptors = CountDescriptors();
 };
