@@ -15,15 +15,15 @@ template <auto kWipe>
   kWipe(secret, sizeof secret);
 }
 
-template <auto kWipe>
-bool IsSecretLeft() {
-  HoldSecret<kWipe>();
+bool IsSecretLeftBy(void (*hold_secret)()) {
+  hold_secret();
   const auto* const frame = static_cast<volatile char*>(__builtin_frame_address(0));
   return std::count(frame - 8000, frame, 's') > 2000;
 }
 
 TEST(Wipe, IsNotLeftOutThoughNothingReadsTheMemoryAgain) {
-  EXPECT_TRUE((IsSecretLeft<[](char* at, int size) { std::memset(at, 0, size); }>()));
-  EXPECT_FALSE((IsSecretLeft<[](char* at, int size) { Velmar::memset_s(at, size, 0, size); }>()));
-  EXPECT_FALSE(IsSecretLeft<Velmar::RandomCode::ClearSensitiveData>());
+  using namespace Velmar;
+  EXPECT_TRUE(IsSecretLeftBy(HoldSecret<[](char* at, int size) { std::memset(at, 0, size); }>));
+  EXPECT_FALSE(IsSecretLeftBy(HoldSecret<[](char* at, int size) { memset_s(at, size, 0, size); }>));
+  EXPECT_FALSE(IsSecretLeftBy(HoldSecret<RandomCode::ClearSensitiveData>));
 }

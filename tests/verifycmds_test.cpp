@@ -12,9 +12,8 @@ const Velmar::VerifyCmds kPolicy;
 // Bytes at the ends of the classes that words are made of, and words at the ends of their ranges.
 const std::string kBytes("\0\t +-./09:@AFGZ[_`afgz{\x80\xff", 25);
 const Texts kWords = Velmar::Utils::Split(
-    " 0 -0 +-0 \t\n\v\f\r00000000000036 100 177 178 249 255 256 65535 65536 4294967332 123456789012"
-    " 1234567890123 0.1.1.1 1.2.3.4.5 00:00:00:00:00:00 FF:FF:FF:FF:FF:FF ff:ff:ff:ff:ff:ff"
-    " fF:FF:FF:FF:FF:FF",
+    " 0 -0 +-0 \t\n\v\f\r036 100 177 178 249 255 256 65535 65536 4294967332 123456789012 0.1.1.1"
+    " 1.2.3.4.5 00:00:00:00:00:00 FF:FF:FF:FF:FF:FF ff:ff:ff:ff:ff:ff fF:FF:FF:FF:FF:FF",
     " ");
 
 void ExpectAgreement(const std::string& line) {
