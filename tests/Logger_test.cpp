@@ -6,9 +6,8 @@
 
 using namespace Velmar;
 
-const int kZone = setenv("TZ", "TEST-05:45", 1);  // before the first line
-
 struct LoggerTest : FolderTest {
+  const int isZoneSet = setenv("TZ", "TEST-05:45", 1);  // before the first line
   void Write(const std::string& text) { logger.Write(4, "U", 1, "M", "%s", text.c_str()); }
   const std::string path = folder / "log";
   Logger& logger = *Singleton<Logger>::Instance();

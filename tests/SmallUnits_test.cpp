@@ -31,6 +31,7 @@ TEST_F(SmallUnits, DoAllThatFitsOrNothingAndTellWhich) {
   expect(snprintf_s(text + 1, 1, 1, null, 0) + snprintf_s(null, 1, 1, "%s", text), -2, "");
   expect(memset_s(null, 1, 0, 1) + memcpy_s(null, 1, text, 1), 2 * EINVAL, "");
   expect(memcpy_s(text, 1, null, 1) + strcat_s(text, 9, null), 2 * EINVAL, "");
+  expect(strcat_s(null, 1, ""), EINVAL, "");
 }
 
 TEST_F(SmallUnits, GiveEachCodeItsMessage) {
@@ -38,14 +39,6 @@ TEST_F(SmallUnits, GiveEachCodeItsMessage) {
   for (int code = -1; code <= 2000; ++code)
     list << code << "; " << ErrorCode::GetLogText(code) << std::endl;
   Run("grep -v 'Unknown error' list | cksum | grep -qx '962537759 3590'");
-}
-
-TEST_F(SmallUnits, KeepEmptyPiecesExceptBehindADelimiterThatEndsTheText) {
-  const std::pair<std::string, Texts> cases[] = {{"", {}},       {"::a::::b", {"", "a", "", "b"}},
-                                                 {"a::", {"a"}}, {"a::::", {"a", ""}},
-                                                 {"::", {""}},   {"a:::b", {"a", ":b"}}};
-  for (const auto& [text, pieces] : cases) EXPECT_EQ(Split(text, "::"), pieces) << text;
-  EXPECT_EQ(Split("a:b", ""), Texts{"a:b"});
 }
 
 TEST_F(SmallUnits, GiveWhatACommandPrintsCleanedAndNothingWhenItFails) {
@@ -56,7 +49,10 @@ TEST_F(SmallUnits, GiveWhatACommandPrintsCleanedAndNothingWhenItFails) {
   EXPECT_EQ(GetCmdOutput("printf %05000d 0").size() + GetUuid().size(), 5036);
 }
 
-TEST_F(SmallUnits, TakeForANameUpTo64WordCharactersAndHyphens) {
+TEST_F(SmallUnits, CutTextsAtWholeDelimitersAndTellNames) {
+  EXPECT_EQ(Split("::a::::b:::c::", "::"), (Texts{"", "a", "", "b", ":c"}));
+  EXPECT_EQ(Split("::::", "::"), (Texts{"", ""}));
+  EXPECT_TRUE(Split("", "::").empty() && Split("a:b", "") == Texts{"a:b"});
   const std::string longest(64, 'n');
   EXPECT_TRUE(IsValidName("") && IsValidName("-_aZ09") && IsValidName(longest));
   EXPECT_FALSE(IsValidName("a.") || IsValidName(" a") || IsValidName(longest + "n"));

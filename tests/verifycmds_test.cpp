@@ -24,8 +24,7 @@ TEST_F(PolicyTest, AgreesWithThePatterns) {
   const auto grammar = BrimletTest::MakeGrammar();
   EXPECT_EQ(grammar.size(), Velmar::GetRules().size());
   for (const auto& [option, form] : grammar) {
-    const std::string line =
-        (option == "--exit" ? "brimletd " : "x ") + option + " " + form.example;
+    const auto line = (option == "--exit" ? "brimletd " : "x ") + option + " " + form.example;
     EXPECT_TRUE(kPolicy.IsValidCmd(line)) << line;
     for (std::size_t i = 0; i < line.size(); ++i) {
       ExpectAgreement(line.substr(0, i));
