@@ -42,12 +42,10 @@ struct FolderTest : testing::Test {
   ~FolderTest() override {
     [[maybe_unused]] const int isRoot = setresuid(0, 0, 0);  // again, after LeaveRoot()
     Velmar::Singleton<Velmar::Logger>::Destroy();
-    EXPECT_LE(CountDescriptors(), descriptors);
+    EXPECT_LE(CountOpen(), descriptors);
     Run("chmod -R u+rwx . && rm -r $PWD");
   }
-  static std::ptrdiff_t CountDescriptors() {
-    return std::distance(fs::directory_iterator("/proc/self/fd"), {});
-  }
+  static long CountOpen() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }
   // Root, who may do everything, is somebody else, who owns the folder, to the end of the test.
   void LeaveRoot() const {
     EXPECT_TRUE(geteuid() != 0 || (Run("chown -R 1:1 .") == 0 && setresuid(1, 1, 0) == 0));
@@ -84,5 +82,5 @@ struct FolderTest : testing::Test {
 
   std::string base = fs::temp_directory_path() / "brimlet-test-XXXXXX";
   const fs::path folder = mkdtemp(base.data());
-  const std::ptrdiff_t descriptors = CountDescriptors();
+  const std::ptrdiff_t descriptors = CountOpen();
 };

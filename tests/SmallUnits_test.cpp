@@ -29,9 +29,9 @@ TEST_F(SmallUnits, DoAllThatFitsOrNothingAndTellWhich) {
   expect(snprintf_s(text, 3, 3, "%d", 456), -1, "");
   expect(snprintf_s(text, 4, 2, "%d", 456), -1, "");
   expect(snprintf_s(text + 1, 1, 1, null, 0) + snprintf_s(null, 1, 1, "%s", text), -2, "");
-  expect(memset_s(null, 1, 0, 1) + memcpy_s(null, 1, text, 1), 2 * EINVAL, "");
-  expect(memcpy_s(text, 1, null, 1) + strcat_s(text, 9, null), 2 * EINVAL, "");
-  expect(strcat_s(null, 1, ""), EINVAL, "");
+  expect(strcat_s(null, 1, "") + memset_s(null, 1, 0, 1) + memcpy_s(null, 1, "", 1), 3 * EINVAL,
+         "");
+  expect(strcat_s(text, 9, null) + memcpy_s(text, 1, null, 1), 2 * EINVAL, "");
 }
 
 TEST_F(SmallUnits, GiveEachCodeItsMessage) {
