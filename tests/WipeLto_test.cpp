@@ -22,8 +22,7 @@ bool IsSecretLeftBy(void (*hold_secret)()) {
 }
 
 TEST(Wipe, IsNotLeftOutThoughNothingReadsTheMemoryAgain) {
-  using namespace Velmar;
-  EXPECT_TRUE(IsSecretLeftBy(HoldSecret<[](char* at, int size) { std::memset(at, 0, size); }>));
-  EXPECT_FALSE(IsSecretLeftBy(HoldSecret<[](char* at, int size) { memset_s(at, size, 0, size); }>));
-  EXPECT_FALSE(IsSecretLeftBy(HoldSecret<RandomCode::ClearSensitiveData>));
+  EXPECT_TRUE(IsSecretLeftBy(HoldSecret<[](char* at, int n) { std::memset(at, 0, n); }>));
+  EXPECT_FALSE(IsSecretLeftBy(HoldSecret<[](char* at, int n) { Velmar::memset_s(at, n, 0, n); }>));
+  EXPECT_FALSE(IsSecretLeftBy(HoldSecret<Velmar::RandomCode::ClearSensitiveData>));
 }
