@@ -1,6 +1,7 @@
 // The INI dialect once more, read and written in the plainest way: an oracle for the parser.
 #pragma once
 
+#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
@@ -73,5 +74,19 @@ struct IniModel {
     return read.Read(text) && expected.Read(own) && read == expected && text.size() == own.size();
   }
 };
+
+// Whether a parser reads a file as the model reads the text of it, and saves what the model holds.
+inline bool AgreesWithModel(Velmar::IniParser& parser, const std::string& path,
+                            const std::string& text) {
+  std::ofstream(path) << text;
+  const auto data = parser.GetFileData(path);
+  IniModel model;
+  if (!model.Read(text)) return data == nullptr;
+  if (data == nullptr || IniModel::Of(*data) != model) return false;
+  if (model.sections.empty()) return parser.Save(path) == -1;
+  if (parser.Save(path) != 0) return false;
+  std::ifstream saved(path);
+  return model.IsWrittenAs({std::istreambuf_iterator<char>(saved), {}});
+}
 
 }  // namespace BrimletTest

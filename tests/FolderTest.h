@@ -1,5 +1,5 @@
 // What tests of units that work on files share: a folder, the log of the process, and a stand
-// between the product and its calls that open and remove, in a program linked with --wrap.
+// between the product and its calls that open files, in a program linked with --wrap.
 #pragma once
 
 #include <fcntl.h>
@@ -16,41 +16,36 @@
 #include "common/Logger.h"
 
 namespace fs = std::filesystem;
+using std::string_literals::operator""s;
 using Texts = std::vector<std::string>;
 
-// Called before each of these calls. A result other than 0 is the error with which the call fails.
+// Called before a file is opened. A result other than 0 is the error with which that fails.
 inline std::function<int()> g_hook = [] { return 0; };
-inline long Call(long number, int folder, const char* name, int flags, mode_t mode = 0) {
-  errno = g_hook();
-  return errno == 0 ? syscall(number, folder, name, flags, mode) : -1;
-}
+inline std::string g_device = "/dev/random";  // what is opened by this name
+
 extern "C" long __wrap_openat(int folder, const char* name, int flags, mode_t mode) {
   const int wanted = O_CLOEXEC | ((flags & O_DIRECTORY) != 0 ? 0 : O_NOCTTY | O_NONBLOCK);
   EXPECT_EQ(flags & wanted, wanted) << name;
-  return Call(SYS_openat, folder, name, flags, mode);
+  errno = g_hook();
+  return errno == 0 ? syscall(SYS_openat, folder, name, flags, mode) : -1;
 }
 extern "C" long __wrap_open(const char* name, int flags, mode_t mode) {
-  return __wrap_openat(AT_FDCWD, name, flags, mode);
-}
-extern "C" long __wrap_unlinkat(int folder, const char* name, int flags) {
-  return Call(SYS_unlinkat, folder, name, flags);
+  return __wrap_openat(AT_FDCWD, name == "/dev/random"s ? g_device.c_str() : name, flags, mode);
 }
 
 struct FolderTest : testing::Test {
   FolderTest() {
     std::signal(SIGXFSZ, SIG_IGN);
     umask(022);
-    Velmar::Singleton<Velmar::Logger>::Instance()->Init(log);
+    Velmar::Singleton<Velmar::Logger>::Instance()->Init(folder / ".log");
   }
   ~FolderTest() override {
     [[maybe_unused]] const int isRoot = setresuid(0, 0, 0);  // again, after LeaveRoot()
     Velmar::Singleton<Velmar::Logger>::Destroy();
-    EXPECT_LE(CountDescriptors(), descriptors);
+    EXPECT_LE(CountOpen(), descriptors);
     Run("chmod -R u+rwx . && rm -r $PWD");
   }
-  static std::ptrdiff_t CountDescriptors() {
-    return std::distance(fs::directory_iterator("/proc/self/fd"), {});
-  }
+  static long CountOpen() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }
   // Root, who may do everything, is somebody else, who owns the folder, to the end of the test.
   void LeaveRoot() const {
     EXPECT_TRUE(geteuid() != 0 || (Run("chown -R 1:1 .") == 0 && setresuid(1, 1, 0) == 0));
@@ -61,19 +56,19 @@ struct FolderTest : testing::Test {
     EXPECT_EQ(status, 0) << command;
     return status;
   }
-  std::string ReadWhole(const std::string& name) const {
+  std::string ReadWhole(const fs::path& name) const {
     std::ifstream file(folder / name);
     return {std::istreambuf_iterator<char>(file), {}};
   }
   // What was logged since the last call: "E opendir x failed\n", x being in the folder.
   std::string Logged() const {
     Run(R"(sed -E 's,.{26} .(.)\w+. .\w+:[0-9]+.( UTILS:)?,\1,; s,'$PWD'/?,,g' .log >.told)");
-    fs::resize_file(log, 0);
+    fs::resize_file(folder / ".log", 0);
     return ReadWhole(".told");
   }
-  // Runs `act` after the command `before` again and again, with the command `disturb` before its
-  // call number `first`, the next one and so on. After each, the command `check` has to succeed.
-  void DisturbEachCall(int first, const std::string& before, const std::function<void()>& act,
+  // Runs `act` after the command `before` again and again, with the command `disturb` before it
+  // opens file number `first`, the next one and so on. After each, `check` has to succeed.
+  void DisturbEachOpen(int first, const std::string& before, const std::function<void()>& act,
                        const std::string& disturb, const std::string& check) const {
     for (int at = first, calls = at; calls >= at; ++at) {
       Run(before);
@@ -81,12 +76,11 @@ struct FolderTest : testing::Test {
       g_hook = [&] { return calls++ == at ? Run(disturb) : 0; };
       act();
       g_hook = [] { return 0; };
-      Run(check + " # after: " + disturb + ", before call " + std::to_string(at));
+      Run(check + " # after: " + disturb + ", before file " + std::to_string(at));
     }
   }
 
   std::string base = fs::temp_directory_path() / "brimlet-test-XXXXXX";
   const fs::path folder = mkdtemp(base.data());
-  const std::string log = folder / ".log";
-  const std::ptrdiff_t descriptors = CountDescriptors();
+  const std::ptrdiff_t descriptors = CountOpen();
 };

@@ -1,34 +1,18 @@
 #include "common/RandomCode.h"
 
-#include <poll.h>
-
 #include "tests/FolderTest.h"
 
 using namespace Velmar::RandomCode;
 
 std::string g_random;  // what OpenSSL's generator hands out before it fails
-std::string g_device;  // what reads and polls of /dev/random give; I, A and E are errors
-int g_seeded = 0;
 extern "C" int __wrap_RAND_priv_bytes(char* to, unsigned size) {
   const bool isEnough = g_random.copy(to, size) == size;
   g_random.erase(0, size);
   return isEnough ? 1 : -1;
 }
-extern "C" void __wrap_RAND_seed(const void* /*seed*/, int size) { g_seeded += size; }
-extern "C" long __wrap_read(int /*fd*/, char* to, std::size_t size) {
-  if (g_device.empty()) return static_cast<long>(size);
-  const char step = g_device[0];
-  g_device.erase(0, 1);
-  errno = step == 'I' ? EINTR : step == 'A' ? EAGAIN : EIO;
-  return step > '9' ? -1 : std::fill_n(to, step - '0', step) - to;
-}
-extern "C" int __wrap_poll(pollfd* /*fds*/, nfds_t /*count*/, int wait) {
-  char ready[9];
-  return wait > 0 && wait <= 10000 ? static_cast<int>(__wrap_read(0, ready, 1)) : 99;
-}
 
 struct RandomCode : FolderTest {
-  RandomCode() { g_random.clear(), g_seeded = 0; }
+  RandomCode() { g_random.clear(), g_device = "/dev/random"; }
   const std::string untouched = std::string(300, '-');
   std::string text = untouched;
   char* const to = text.data();
@@ -36,61 +20,55 @@ struct RandomCode : FolderTest {
 };
 
 TEST_F(RandomCode, GivesNothingOutOfBoundsWithoutEntropyOrWithADeadGenerator) {
-  const std::string null = " input, error code: Null pointer\n", n = "E Input number[0] error\n",
-                    no = "E Get random number failed.\n", seed = no + "E get random seed failed.\n",
-                    open = "E Failed to open /dev/random, error code: Permission denied\n" + seed;
-  const auto callAll = [&](char* buffer, int length) {
+  const auto expect_nothing = [&](char* buffer, int length) {
     GetRandomPasswd(buffer, length);
     EXPECT_EQ(GetRandomDigits(buffer, length), -1);
     EXPECT_EQ(GetRandNumBytes(buffer == to ? raw : nullptr, length), -1);
     EXPECT_EQ(GetRandomLetters(length), "");
   };
-  callAll(nullptr, 0), callAll(to, 0), callAll(to, 8);
-  g_hook = [] { return EACCES; };
-  callAll(to, 8);
-  g_hook = [] { return 0; };
-  EXPECT_EQ(Logged(), "E null buf" + null + "E null buf" + null + "E null data" + null + n +
-                          "E Input passwd length error, len = 0\n" + n + n + n + no + no +
-                          "E GetRandNumBytes RAND_bytes failed\n" + no + open + open + open + open);
+  expect_nothing(nullptr, 0), expect_nothing(to, 0), expect_nothing(to, 8);
   g_random.assign(4096, 'r');
   GetRandomPasswd(to, 7), GetRandomPasswd(to, 257);
-  EXPECT_EQ(GetRandomDigits(to, 5) + GetRandomDigits(to, 257) + ReadDevRandom(nullptr, 8), 0);
+  EXPECT_EQ(GetRandomDigits(to, 5) + GetRandomDigits(to, 257), -2);
+  EXPECT_EQ(ReadDevRandom(nullptr, 8), 2);
+  g_device = "/none";
+  expect_nothing(to, 8);
   EXPECT_TRUE(GetRandomPool(0) == nullptr && GetRandomPool(257) == nullptr && text == untouched);
+  EXPECT_EQ(Logged(), ReadWhole(SOURCE_DIR "/tests/data/drawing.log"));
 }
 
 TEST_F(RandomCode, PicksEachCharacterByTheRemainderOfOneNumberAndAgainForASecondClass) {
-  const std::string letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ",
-                    all = letters + "0123456789~@#%^*_=+[{}],./?";
-  const auto expect = [&](const std::string& set, auto generate) {
-    std::string expected = untouched;
-    for (std::uint32_t i = 0, number = 1; i < 256; ++i, number *= 2654435769U) {
-      for (const int shift : {24, 16, 8, 0}) g_random += static_cast<char>(number >> shift);
-      expected[i] = set[number % set.size()];
-    }
-    generate(to, 256);
-    EXPECT_EQ(text, expected);
+  const std::string all =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789~@#%^*_=+[{}],./?";
+  const auto prepare = [](std::size_t number) {
+    g_random += std::string(3, '\0') + static_cast<char>(number);
   };
-  g_random = "\xff\xfe\xfd\xfc";
-  EXPECT_EQ(GetRandomUint32() + GetRandomUint32(), 0xfffefdfcU);  // 0 when there are no bytes
-  expect("0123456789", GetRandomDigits);
-  expect(all, GetRandomPasswd);
-  expect(letters, [](char* at, int size) { GetRandomLetters(size).copy(at, 300); });
+  const auto expect = [](const std::string& drawn, const std::string& set) {
+    for (std::size_t i = 0; i < 256; ++i) EXPECT_EQ(drawn[i], set[i % set.size()]) << set << i;
+  };
+  for (std::size_t i = 0; i < 3 * 256; ++i) prepare(i % 256);
+  GetRandomPasswd(to, 256), expect(text, all);
+  expect(GetRandomLetters(256), all.substr(0, 52));
+  EXPECT_EQ(GetRandomDigits(to, 256), 0);
+  expect(text, "0123456789");
+  EXPECT_EQ(text.substr(256), untouched.substr(256));
   for (const std::string drawn : {"aaaaaaazzA", "AZAAAAAAB0", "090000001~", "~?~~~~~~@9"}) {
-    for (const char c : drawn) g_random += std::string(3, '\0') + static_cast<char>(all.find(c));
+    for (const char c : drawn) prepare(all.find(c));
     GetRandomPasswd(to, 8);
     EXPECT_EQ(text.substr(0, 8), drawn.substr(0, 7) + drawn.back());
   }
-  EXPECT_EQ(g_seeded, 7 * 64);
+  g_random = "\xff\xfe\xfd\xfc";
+  EXPECT_EQ(GetRandomUint32() + GetRandomUint32(), 0xfffefdfcU);  // 0 when there are no bytes
 }
 
-TEST_F(RandomCode, ReadsTheDeviceUntilItFailsNineTimesInARowOrGivesNothingForTooLong) {
-  for (const std::string steps :
-       {"IIIIIIIIII35", "00000000100000EEE7", "A1AI8", "0000I0E0E0", "A0", "AE"}) {
-    const bool fails = steps.ends_with('0') || steps.ends_with('E');
-    g_device = steps;
-    EXPECT_EQ(ReadDevRandom(raw, 8), fails ? 19 : 0) << steps;
-    EXPECT_EQ(g_device, "") << steps;
-  }
+TEST_F(RandomCode, WaitsForTheDeviceToGiveAllButNotWhereItGivesNothing) {
+  Run("printf 1234 >short; mkfifo slow; (sleep 0.1; printf 5678; sleep 0.1; printf 9) >slow &");
+  const std::fstream writer(folder / "slow");  // as long as the FIFO has one, it has no end
+  g_device = folder / "short";
+  EXPECT_EQ(ReadDevRandom(raw, 5), 19);
+  g_device = folder / "slow";
+  EXPECT_EQ(ReadDevRandom(raw + 4, 5), 0);
+  EXPECT_EQ(text, "123456789" + untouched.substr(9));
 }
 
 TEST_F(RandomCode, WipesMemoryWithThePoolAndWithOnesWhatIsLarger) {
@@ -103,24 +81,24 @@ TEST_F(RandomCode, WipesMemoryWithThePoolAndWithOnesWhatIsLarger) {
 
 TEST_F(RandomCode, CoversARegularFileOfUpToAMebibyteAndNothingElseWhateverNamesAreSwapped) {
   const auto cover = [&](const std::string& name) {
-    g_random.assign(1048576, 'r');
-    const int result = SafeCoverData(folder / name);
-    return std::to_string(result) + Logged();
+    g_random.assign(1048575, 'r');
+    return SafeCoverData(folder / name);
   };
-  Run("truncate -s 1048576 f; ln f g; mkdir d; ln -s g l; mkfifo p; truncate -s 1048577 o; >e");
-  EXPECT_EQ(cover("f") + cover("o"), "0-1W FileSize fileLen:1048577\n");
-  EXPECT_EQ(cover("e"), "105E SafeCoverData WriteToFile failed ret:105\n");
-  Run("test ! -e f -a $(stat -c %s%a g) = 1048576600 -a $(tr -d r <g | wc -c) = 0");
-  for (const std::string name : {"", "f", "d", "l", "l/", "p", "g/"})
-    EXPECT_EQ(cover(name), "-1W filename:" + name + " not exist!\n");
-  std::string failures;
-  for (int at = 0; at < 5; ++at) {
-    g_hook = [call = at]() mutable { return call-- == 0 ? EACCES : 0; };
-    failures += cover("g").substr(0, 12) + "|";
+  // clang-format off
+  const std::pair<std::string, int> cases[] = {
+      {":", -1}, {"mkdir f", -1}, {"mkfifo f", -1}, {"echo >g; ln -s g f", -1},
+      {"echo >f; chmod 0 .", -1}, {"echo >f; chmod 200 f", -1}, {"truncate -s 1048577 f", -1},
+      {"touch f", 105}, {"echo >f; chmod 400 f", 105}, {"truncate -s 1048576 f", -1},
+      {"echo >f; chmod 500 .", -1}, {"truncate -s 1048575 f; ln f ../covered", 0}};
+  // clang-format on
+  LeaveRoot();
+  for (const auto& [before, result] : cases) {
+    Run("chmod -R 700 .; rm -rf *; mkdir d; cd d; " + before);
+    EXPECT_EQ(cover("d/f"), result) << before;
   }
-  EXPECT_EQ(failures, "-1W filename|-1E ifstream|105E SafeCov|-1E Failed t|-1W unlink f|");
-  DisturbEachCall(
+  Run("test $(stat -c %h%s%a covered) = 11048575600 -a $(tr -d r <covered | wc -c) = 0");
+  EXPECT_EQ(Logged(), ReadWhole(SOURCE_DIR "/tests/data/covering.log"));
+  DisturbEachOpen(
       1, "rm -rf in m; mkdir -p in out; echo foreign >out/f; echo mine >in/f",
-      [&] { cover("in/f"); }, "ln -f out/f in/f; mv in m; ln -s out in",
-      "test $(cat out/f) = foreign");
+      [&] { cover("in/f"); }, "mv in m; ln -s out in", "test $(cat out/f) = foreign");
 }
