@@ -121,7 +121,7 @@ def request(line):
 
 class Connection(DBusConnection):
     def __init__(self):
-        super().__init__(prep_socket(bus_path(), timeout=60))
+        super().__init__(prep_socket(bus_path(), timeout=None))
 
     def ask(self, message):
         """The reply, or "error: " and the error's name."""
