@@ -46,7 +46,7 @@ TEST_F(RandomCode, PicksEachCharacterByTheRemainderOfOneNumberAndAgainForASecond
   const auto expect = [](const std::string& drawn, const std::string& set) {
     for (std::size_t i = 0; i < 256; ++i) EXPECT_EQ(drawn[i], set[i % set.size()]) << set << i;
   };
-  for (std::size_t i = 0; i < 3 * 256; ++i) prepare(i % 256);
+  for (std::size_t i = 0; i < 768; ++i) prepare(i % 256);  // for three times 256 characters
   GetRandomPasswd(to, 256), expect(text, all);
   expect(GetRandomLetters(256), all.substr(0, 52));
   EXPECT_EQ(GetRandomDigits(to, 256), 0);
