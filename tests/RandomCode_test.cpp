@@ -10,9 +10,11 @@ extern "C" int __wrap_RAND_priv_bytes(char* to, unsigned size) {
   g_random.erase(0, size);
   return isEnough ? 1 : -1;
 }
+int g_seeded = 0;
+extern "C" void __wrap_RAND_seed(const void* /*seed*/, int size) { g_seeded += size; }
 
 struct RandomCode : FolderTest {
-  RandomCode() { g_random.clear(), g_device = "/dev/random"; }
+  RandomCode() { g_random.clear(), g_device = "/dev/random", g_seeded = 0; }
   const std::string untouched = std::string(300, '-');
   std::string text = untouched;
   char* const to = text.data();
@@ -57,6 +59,7 @@ TEST_F(RandomCode, PicksEachCharacterByTheRemainderOfOneNumberAndAgainForASecond
     GetRandomPasswd(to, 8);
     EXPECT_EQ(text.substr(0, 8), drawn.substr(0, 7) + drawn.back());
   }
+  EXPECT_EQ(g_seeded, 7 * 64);
   g_random = "\xff\xfe\xfd\xfc";
   EXPECT_EQ(GetRandomUint32() + GetRandomUint32(), 0xfffefdfcU);  // 0 when there are no bytes
 }
@@ -64,8 +67,10 @@ TEST_F(RandomCode, PicksEachCharacterByTheRemainderOfOneNumberAndAgainForASecond
 TEST_F(RandomCode, WaitsForTheDeviceToGiveAllButNotWhereItGivesNothing) {
   Run("printf 1234 >short; mkfifo slow; (sleep 0.1; printf 5678; sleep 0.1; printf 9) >slow &");
   const std::fstream writer(folder / "slow");  // as long as the FIFO has one, it has no end
-  g_device = folder / "short";
-  EXPECT_EQ(ReadDevRandom(raw, 5), 19);
+  for (const auto& device : {folder, folder / "short"}) {
+    g_device = device;
+    EXPECT_EQ(ReadDevRandom(raw, 5), 19) << device;
+  }
   g_device = folder / "slow";
   EXPECT_EQ(ReadDevRandom(raw + 4, 5), 0);
   EXPECT_EQ(text, "123456789" + untouched.substr(9));

@@ -2,6 +2,7 @@
 #include "common/BoundsChecked.h"
 #include "common/ErrorCode.h"
 #include "tests/FolderTest.h"
+#include "utils/BrimletdClient.h"
 #include "utils/CommandOutput.h"
 #include "utils/Split.h"
 #include "utils/Validators.h"
@@ -34,11 +35,17 @@ TEST_F(SmallUnits, DoAllThatFitsOrNothingAndTellWhich) {
   expect(strcat_s(text, 9, null) + memcpy_s(text, 1, null, 1), 2 * EINVAL, "");
 }
 
-TEST_F(SmallUnits, GiveEachCodeItsMessage) {
+TEST_F(SmallUnits, GiveEachCodeItsMessageAndSomeAName) {
+  using namespace ErrorCode;
   std::ofstream list(folder / "list");
-  for (int code = -1; code <= 2000; ++code)
-    list << code << "; " << ErrorCode::GetLogText(code) << std::endl;
-  Run("grep -v 'Unknown error' list | cksum | grep -qx '962537759 3590'");
+  for (int code = -1; code <= 2000; ++code) list << code << "; " << GetLogText(code) << std::endl;
+  for (const int unseen :  // by other tests
+       {FileOperStatus::OPEN_FILE_FAILED, FileOperStatus::READ_FILE_FAILED,
+        FileOperStatus::INVALID_FILE_NAME, FileOperStatus::FILE_NOT_EXIST,
+        FileOperStatus::SAVE_FILE_FAILED, DirOperStatus::DIR_NOT_EXIST})
+    list << unseen << " ";
+  list << mBrimletFilePath << GetReplySenderPid(nullptr) << std::endl;
+  Run("grep -v 'Unknown error' list | cksum | grep -qx '2601919992 3659'");
 }
 
 TEST_F(SmallUnits, GiveWhatACommandPrintsCleanedAndNothingWhenItFails) {

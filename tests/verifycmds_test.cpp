@@ -16,25 +16,32 @@ const Texts kWords = Velmar::Utils::Split(
     " 1.2.3.4.5 00:00:00:00:00:00 FF:FF:FF:FF:FF:FF ff:ff:ff:ff:ff:ff fF:FF:FF:FF:FF:FF",
     " ");
 
-void ExpectAgreement(const std::string& line) {
-  EXPECT_EQ(kPolicy.IsValidCmd(line), BrimletTest::IsAllowed(line)) << testing::PrintToString(line);
-}
-
-TEST_F(PolicyTest, AgreesWithThePatterns) {
+TEST_F(PolicyTest, AgreesWithThePatternsAndSoDoesBrimletCheck) {
+  std::ofstream lines(folder / "lines"), verdicts(folder / "verdicts");
+  int number = 0;
+  const auto expect_agreement = [&](const std::string& line) {
+    const bool isAllowed = kPolicy.IsValidCmd(line);
+    EXPECT_EQ(isAllowed, BrimletTest::IsAllowed(line)) << testing::PrintToString(line);
+    if (line.find('\n') != std::string::npos) return;  // it would be two
+    lines << line << '\n';
+    verdicts << ++number << (isAllowed ? ": allowed\n" : ": refused\n");
+  };
   EXPECT_EQ(BrimletTest::MakeGrammar().size(), Velmar::GetRules().size());
   for (const auto& [option, form] : BrimletTest::MakeGrammar()) {
     const auto line = (option == "--exit" ? "brimletd " : "x ") + option + " " + form.example;
     EXPECT_TRUE(kPolicy.IsValidCmd(line)) << line;
     for (std::size_t i = 0; i < line.size(); ++i) {
-      ExpectAgreement(line.substr(0, i));
+      expect_agreement(line.substr(0, i));
       for (const char byte : kBytes) {
-        ExpectAgreement(std::string(line).replace(i, 1, 1, byte));
-        ExpectAgreement(std::string(line).insert(i, 1, byte));
+        expect_agreement(std::string(line).replace(i, 1, 1, byte));
+        expect_agreement(std::string(line).insert(i, 1, byte));
       }
       for (const std::string& word : kWords)  // in place of the rest of the word at hand
-        ExpectAgreement(std::string(line).replace(i, line.find(' ', i) - i, word));
+        expect_agreement(std::string(line).replace(i, line.find(' ', i) - i, word));
     }
   }
+  lines.close(), verdicts.close();
+  Run("$BRIMLET_CHECK <lines | cut -d: -f1,2 | diff verdicts -");
 }
 
 TEST_F(PolicyTest, JudgesHugeLinesAndLogsUnknownOptionWordsOnly) {
