@@ -1,7 +1,7 @@
 # Makes a fault in this code harder to use against the machine that runs it.
 #
 # brimlet_harden(target): compiles and links a target with it; its dependants inherit nothing. A flag
-# that the compiler does not have for the machine is left out. tests/hardening_test.sh looks for each
+# that the compiler does not have for the machine is left out. tests/install_test.sh looks for each
 # in the daemon.
 
 include(CheckCXXCompilerFlag)
