@@ -66,6 +66,20 @@ struct FolderTest : testing::Test {
     fs::resize_file(folder / ".log", 0);
     return ReadWhole(".told");
   }
+  // Goes through a transcript in tests/data/. After each of its lines "$ FIRST => SECOND", of which
+  // the second may be missing, stands what `act` tells of the two.
+  void Follow(const char* transcript,
+              const std::function<std::string(std::string, std::string)>& act) const {
+    const std::string told = ReadWhole(std::string(SOURCE_DIR "/tests/data/") + transcript);
+    std::istringstream lines(told);
+    std::string seen;
+    for (std::string line; std::getline(lines, line);) {
+      const std::size_t arrow = std::min(line.find(" => "), line.size());
+      if (line.starts_with("$ "))
+        seen += line + "\n" + act(line.substr(2, arrow - 2), line.substr(arrow).erase(0, 4));
+    }
+    EXPECT_EQ(seen, told);
+  }
   // Runs `act` after the command `before` again and again, with the command `disturb` before it
   // opens file number `first`, the next one and so on. After each, `check` has to succeed.
   void DisturbEachOpen(int first, const std::string& before, const std::function<void()>& act,

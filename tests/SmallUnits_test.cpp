@@ -49,10 +49,9 @@ TEST_F(SmallUnits, GiveEachCodeItsMessageAndSomeAName) {
 }
 
 TEST_F(SmallUnits, GiveWhatACommandPrintsCleanedAndNothingWhenItFails) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"printf ' \\t a\\nb  \\n '", "\t a\nb"}, {"echo ' '", ""}, {"echo x; exit 1", ""},
-      {"printf 'a\\0b\\nc\\n'", "ac"},          {"echo ./x", ""}, {"echo x; kill -9 $$", "x"}};
-  for (const auto& [command, output] : cases) EXPECT_EQ(GetCmdOutput(command), output) << command;
+  Follow("commands.txt", [](const std::string& command, const std::string& /*none*/) {
+    return GetCmdOutput(command) + "\n";
+  });
   EXPECT_EQ(GetCmdOutput("printf %05000d 0").size() + GetUuid().size(), 5036);
 }
 
