@@ -105,10 +105,8 @@ def eventually(condition):
 def standing_at(path, program):
     """Has a file stand at the path of an installed one."""
     subprocess.run(["mount", "--bind", program, path], check=True)
-    try:
-        yield
-    finally:
-        subprocess.run(["umount", "--lazy", path], check=True)
+    yield
+    subprocess.run(["umount", "--lazy", path], check=True)
 
 
 def bus_path():
@@ -220,12 +218,10 @@ class Machine:
         """Has system calls of the running daemon fail, and waits until one has."""
         tracer = subprocess.Popen(self.strace(fault, "-p", str(self.pid)), stderr=subprocess.PIPE)
         assert any(said.endswith(b"attached\n") for said in tracer.stderr), "tracing is forbidden"
-        try:
-            yield
-            eventually(lambda: "(INJECTED)" in read(self.home + "/trace"))
-        finally:
-            tracer.terminate()
-            tracer.communicate()
+        yield
+        eventually(lambda: "(INJECTED)" in read(self.home + "/trace"))
+        tracer.terminate()
+        tracer.communicate()
 
     def stop(self):
         """Has the main program stop the daemon and end; returns the daemon's exit status."""
