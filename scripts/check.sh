@@ -29,7 +29,7 @@ memory() {
   install_missing valgrind
   build release
   find build/release/tests -name '*_test' ! -name wipe_lto_test -type f -print0 |
-    BRIMLET_CHECK=$PWD/build/release/bin/brimlet-check xargs -0 -P "$(nproc)" -I TEST \
+    xargs -0 -P "$(nproc)" -I TEST \
       valgrind --quiet --leak-check=full --error-exitcode=99 TEST --gtest_brief=1
 }
 

@@ -29,9 +29,8 @@ echo "Making a fresh root"
 # With the bus, and with what a developer has anyway; the rest is for the packages to ask for.
 quietly as_root mmdebstrap --mode=root --variant=apt --format=directory --dpkgopt=force-unsafe-io \
   --include=ca-certificates,dbus,g++,cmake,make,pkg-config,python3-jeepney bookworm "$root"
-as_root mkdir -p "$root/src/tests"
+as_root install -D -m 644 tests/machine.py "$root/src/tests/machine.py"
 as_root cp -r build/package/debs/*.deb examples packaging scripts "$root/src/"
-as_root cp tests/machine.py "$root/src/tests/"
 # With the process namespace everything ends that was started in it. The root is a mount of its own
 # there, which the private machine expects of one.
 # shellcheck disable=SC2016  # expanded by the shell inside

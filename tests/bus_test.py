@@ -71,7 +71,7 @@ def hold(me, names, count=500):
         while len(me.held) < count:
             me.held.append(socket.socket(socket.AF_UNIX))
             me.held[-1].setblocking(False)
-            me.held[-1].connect(machine.bus_path())
+            me.held[-1].connect(me.sock.getpeername())
     me.signal(names)
     me.has_owner(NAME)
     time.sleep(0.1)

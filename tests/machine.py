@@ -109,17 +109,14 @@ def standing_at(path, program):
     subprocess.run(["umount", "--lazy", path], check=True)
 
 
-def bus_path():
-    return os.environ["DBUS_SYSTEM_BUS_ADDRESS"].removeprefix("unix:path=")
-
-
 def request(line):
     return new_method_call(METHOD, "brimletd", "s", (line,))
 
 
 class Connection(DBusConnection):
     def __init__(self):
-        super().__init__(prep_socket(bus_path(), timeout=None))
+        path = os.environ["DBUS_SYSTEM_BUS_ADDRESS"].removeprefix("unix:path=")
+        super().__init__(prep_socket(path, timeout=None))
 
     def ask(self, message):
         """The reply, or "error: " and the error's name."""

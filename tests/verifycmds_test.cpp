@@ -41,7 +41,7 @@ TEST_F(PolicyTest, AgreesWithThePatternsAndSoDoesBrimletCheck) {
     }
   }
   lines.close(), verdicts.close();
-  Run("$BRIMLET_CHECK <lines | cut -d: -f1,2 | diff verdicts -");
+  Run(BRIMLET_CHECK " <lines | cut -d: -f1,2 | diff verdicts -");
 }
 
 TEST_F(PolicyTest, JudgesHugeLinesAndLogsUnknownOptionWordsOnly) {
@@ -54,7 +54,7 @@ TEST_F(PolicyTest, JudgesHugeLinesAndLogsUnknownOptionWordsOnly) {
 }
 
 TEST_F(PolicyTest, IsExplainedByBrimletCheckAndShownInTheManual) {
-  std::ofstream(folder / "brimlet-check") << "#!/bin/sh\nexec $BRIMLET_CHECK \"$@\"\n";
+  std::ofstream(folder / "brimlet-check") << "#!/bin/sh\nexec " BRIMLET_CHECK " \"$@\"\n";
   Run("chmod 700 brimlet-check");
   Follow("brimlet-check.txt", [&](const std::string& command, const std::string& /*none*/) {
     Run("{ PATH=.:$PATH; " + command + "; } >said 2>complaint; echo $? >>said");
