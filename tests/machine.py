@@ -199,11 +199,11 @@ class Machine:
         return file.name
 
     def uses(self):
-        """How many descriptors the daemon has open, and how many KiB of memory are there at all and
-        resident: none where a sanitizer or an emulator has its part in them."""
+        """How many descriptors the daemon has open, and how many KiB of memory are resident: none
+        where a sanitizer or an emulator has its part in them."""
         whole, resident = re.findall(r"(?:VmSize|VmRSS):\s+(\d+)", read(f"/proc/{self.pid}/status"))
         own = int(whole) < 1 << 25 and not self.is_emulated
-        return len(os.listdir(f"/proc/{self.pid}/fd")), own * int(whole), own * int(resident)
+        return len(os.listdir(f"/proc/{self.pid}/fd")), own * int(resident)
 
     def strace(self, fault, *words):
         """A command that has system calls fail: "read:error=EIO -P /a/file"."""

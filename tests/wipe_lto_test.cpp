@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "common/BoundsChecked.h"
 #include "common/RandomCode.h"
@@ -23,7 +22,7 @@ bool IsSecretLeftBy(void (*hold_secret)()) {
 }
 
 TEST(Wipe, IsNotLeftOutThoughNothingReadsTheMemoryAgain) {
-  EXPECT_TRUE(IsSecretLeftBy(HoldSecret<[](char* at, int n) { std::memset(at, 0, n); }>));
+  EXPECT_TRUE(IsSecretLeftBy(HoldSecret<[](char* at, int n) { std::fill_n(at, n, 0); }>));
   EXPECT_FALSE(IsSecretLeftBy(HoldSecret<[](char* at, int n) { Velmar::memset_s(at, n, 0, n); }>));
   EXPECT_FALSE(IsSecretLeftBy(HoldSecret<Velmar::RandomCode::ClearSensitiveData>));
 }
