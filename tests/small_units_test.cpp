@@ -24,15 +24,14 @@ TEST_F(SmallUnits, DoAllThatFitsOrNothingAndTellWhich) {
   expect(memcpy_s(text + 1, 2, text, 3), ERANGE, "abcd");
   expect(memcpy_s(text + 1, 3, text, 3), 0, "aabc");
   expect(memset_s(text, 1, 'x', 2), ERANGE, "aabc");
-  expect(memset_s(text, 2, 0x100 + 'x', 2), 0, "xxbc");
+  expect(memset_s(text, 2, 0x100 + 'x', 2) + memset_s(null, 1, 0, 1), EINVAL, "xxbc");
   expect(snprintf_s(text, 4, 3, "%d", 123), 3, "123");
   expect(snprintf_s(text, 0, 3, "%d", 456), -1, "123");
   expect(snprintf_s(text, 3, 3, "%d", 456), -1, "");
   expect(snprintf_s(text, 4, 2, "%d", 456), -1, "");
   expect(snprintf_s(text + 1, 1, 1, null, 0) + snprintf_s(null, 1, 1, "%s", text), -2, "");
-  expect(strcat_s(null, 1, "") + memset_s(null, 1, 0, 1) + memcpy_s(null, 1, "", 1), 3 * EINVAL,
-         "");
-  expect(strcat_s(text, 9, null) + memcpy_s(text, 1, null, 1), 2 * EINVAL, "");
+  expect(memcpy_s(null, 1, "", 1) + memcpy_s(text, 1, null, 1), 2 * EINVAL, "");
+  expect(strcat_s(null, 1, "") + strcat_s(text, 9, null), 2 * EINVAL, "");
 }
 
 TEST_F(SmallUnits, GiveEachCodeItsMessageAndSomeAName) {
