@@ -18,8 +18,6 @@ ROOT, MEMBER, NOBODY = None, [machine.MEMBERS], []
 
 
 class Machine(machine.Machine):
-    """Has strangers next to its daemon."""
-
     def __init__(self):
         super().__init__()
         self.start()
@@ -141,7 +139,6 @@ def test_sees_the_end_of_its_parent_within_15_seconds(m):
         caller.post()
     caller.has_owner(NAME)
     m.main.kill()
-    m.main.wait()
     start = time.monotonic()
     assert m.end() == 1
     assert time.monotonic() - start < 15

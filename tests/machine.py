@@ -26,9 +26,7 @@ from jeepney.io.blocking import DBusConnection, prep_socket
 CORE = "/opt/apps/com.tolvane.brimlet/files/orvix/bin/OrvixCore"
 MAIN = "/opt/apps/com.tolvane.brimlet/files/brimlet/bin/Brimlet"
 DAEMON, NAME, PATH = "/opt/brimletd", "com.tolvane.brimlet", "/com/tolvane/brimlet"
-METHOD = DBusAddress(PATH, NAME, NAME)
 MEMBERS = 64000  # the group that may call the daemon, on this machine
-ON_BROKER = os.environ.get("BRIMLET_TEST_BUS") == "dbus-broker"
 TREE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD = os.environ.get("BRIMLET_BUILD", "build/release")
 JOURNAL = "/run/systemd/journal/socket"
@@ -43,7 +41,6 @@ fi
 mount -t tmpfs -o mode=0755 none /opt
 mount -t tmpfs -o mode=0755 none /run
 # Dbus-broker does not start without a journal, and stands still when nobody reads it.
-mkdir -p {os.path.dirname(JOURNAL)}
 (umask 0 && exec systemd-socket-activate --datagram --inetd --listen={JOURNAL} sh -c 'cat >&2') \
   2>/dev/null &
 until [ -S {JOURNAL} ]; do sleep 0.01; done
@@ -84,8 +81,8 @@ def read(path):
 
 def read_log(path):
     """The lines of a log file, without times and line numbers."""
-    stamp = r"^\[\d\d-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6}\] (\[\w+\] \[\w+):\d+\] "
-    return [re.sub(stamp, r"\1] ", line) for line in read(path).split("\n")[:-1]]
+    return [re.sub(r"^\[[\d :.-]{24}\] (\[\w+\] \[\w+):\d+\] ", r"\1] ", line)
+            for line in read(path).split("\n")[:-1]]
 
 
 def has_other_users():
@@ -110,7 +107,7 @@ def standing_at(path, program):
 
 
 def request(line):
-    return new_method_call(METHOD, "brimletd", "s", (line,))
+    return new_method_call(DBusAddress(PATH, NAME, NAME), "brimletd", "s", (line,))
 
 
 class Connection(DBusConnection):
@@ -150,7 +147,7 @@ class Machine:
         self.log_path, path = self.home + "/Brimlet/log/brimletd.log", self.home + "/bus"
         os.environ.update(HOME=self.home, DBUS_SYSTEM_BUS_ADDRESS="unix:path=" + path)
         bus = ["dbus-daemon", "--system", "--nofork", "--nopidfile", "--address=systemd:"]
-        if ON_BROKER:
+        if os.environ.get("BRIMLET_TEST_BUS") == "dbus-broker":
             bus = ["dbus-broker-launch", "--scope=system"]
         with socket.create_server(path, family=socket.AF_UNIX) as listening:
             start = 'LISTEN_FDS=1 LISTEN_PID=$$ exec "$@" 3<&0 </dev/null'
@@ -160,8 +157,7 @@ class Machine:
         self.connection = Connection()
 
     def start(self, program=DAEMON):
-        """Starts the main program, which starts `program` (the daemon, or what becomes it), and
-        waits until the daemon answers. Returns the daemon's process id."""
+        """Has the main program start the daemon, or what becomes it; returns its process id."""
         self.main = subprocess.Popen([MAIN, program], stdin=subprocess.PIPE, text=True,
                                      stdout=subprocess.PIPE)
         started, ready = self.main.stdout.readline(), self.main.stdout.readline()

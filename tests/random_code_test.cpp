@@ -1,5 +1,4 @@
 #include "common/RandomCode.h"
-
 #include "tests/FolderTest.h"
 
 using namespace Velmar::RandomCode;
