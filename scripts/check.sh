@@ -2,7 +2,7 @@
 # Checks that take longer than the tests. Installs what is missing on a Debian machine, and builds.
 #
 #   scripts/check.sh lint           reads the sources: format, shellcheck, cppcheck, clang-tidy
-#   scripts/check.sh memory         runs the library's tests under valgrind
+#   scripts/check.sh memory         runs the unit tests under valgrind
 #   scripts/check.sh coverage       prints which lines no test runs; fails if they are over 5 in 100
 #   scripts/check.sh fuzz SECONDS   runs every fuzz target for that long
 #   scripts/check.sh aarch64        runs the tests of an AArch64 build, emulated on any other machine
@@ -33,7 +33,7 @@ memory() {
       valgrind --quiet --leak-check=full --error-exitcode=99 TEST --gtest_brief=1
 }
 
-# llvm_cov COMMAND [OPTION...]: on the daemon and the library's tests. Each program has a main() of
+# llvm_cov COMMAND [OPTION...]: on the daemon and the unit tests. Each program has a main() of
 # its own, of which llvm-cov warns.
 llvm_cov() {
   find build/coverage/tests -maxdepth 1 -name '*_test' -printf '-object\0%p\0' |

@@ -35,7 +35,7 @@ as_root cp -r build/package/debs/*.deb examples packaging scripts "$root/src/"
 # there, which the private machine expects of one.
 # shellcheck disable=SC2016  # expanded by the shell inside
 as_root env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C DEBIAN_FRONTEND=noninteractive \
-  timeout 600 unshare --mount --pid --fork --kill-child sh -c '
+  timeout 1800 unshare --mount --pid --fork --kill-child sh -c '
     mount --bind "$1" "$1"
     exec unshare --mount --root="$1" --mount-proc --wd=/src scripts/test_package_session.sh
   ' sh "$root"

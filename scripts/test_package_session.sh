@@ -8,7 +8,7 @@ name=com.tolvane.brimlet
 main=/opt/apps/com.tolvane.brimlet/files/brimlet/bin/Brimlet
 packages=(brimletd libbrimlet-dev)
 
-# called_with GROUPS: what a user of these groups hears who calls.
+# called_with GROUPS: what a caller in these groups is told.
 called_with() {
   setpriv --reuid=nobody --regid=nogroup "$1" \
     busctl call "$name" /com/tolvane/brimlet "$name" brimletd s "echo --add" 2>&1 || true

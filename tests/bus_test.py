@@ -21,7 +21,7 @@ class Machine(machine.Machine):
     def __init__(self):
         super().__init__()
         self.start()
-        self.expect_answer()  # now it has its second connection, which asks who a caller is
+        self.expect_answer()
         self.names = eventually(self.find_names)
 
     def close(self):
@@ -30,12 +30,11 @@ class Machine(machine.Machine):
         super().close()
 
     def expect_answer(self):
-        """To an honest call. The bus may have no room for it before the daemon has read others."""
+        """An honest call has one. The bus may have no room for it before the daemon has read."""
         full = "error: org.freedesktop.DBus.Error.LimitsExceeded"
         assert eventually(lambda: self.call("echo --add").replace(full, "")) == "--add"
 
     def find_names(self):
-        """The names of the daemon's connections."""
         with Connection() as one:
             return [name for name in one.ask(message_bus.ListNames()) if name[0] == ":" and
                     one.ask(message_bus.GetConnectionUnixProcessID(name)) == self.pid]
@@ -63,7 +62,7 @@ class Machine(machine.Machine):
 
 
 def hold(me, names, count=500):
-    """Keeps connections that never say who they are: more than the bus has places for."""
+    """Keeps up to so many connections that never say who they are, and wakes the daemon."""
     with contextlib.suppress(BlockingIOError):
         while len(me.held) < count:
             me.held.append(socket.socket(socket.AF_UNIX))
@@ -95,7 +94,7 @@ def test_lets_group_and_root_call_the_method_and_root_alone_introspect_and_own_t
         said = m.send(lambda me, _: [me.ask(one) for _, one in calls], user).pipe.recv()
         for reply, (users, one) in zip(said, calls, strict=True):
             assert (reply == f"error: {bus}Error.AccessDenied") == (user not in users), (user, one)
-    assert sorted(m.find_names()) == sorted(m.names)
+    assert sorted(m.find_names()) == sorted(m.names)  # that has cost it no connection
 
 
 def test_lets_no_signal_through_to_the_owner_of_the_name(m):
@@ -113,7 +112,7 @@ def test_lets_no_signal_through_to_the_owner_of_the_name(m):
 
 
 def test_stays_as_it_was_and_answers_meanwhile(m):
-    for step, groups, growth in [
+    for step, groups, growth in [  # in MiB
             (lambda *of: [hold(*of) for _ in range(3)], NOBODY, 1),
             (lambda me, _: [me.post("x --no") for _ in range(5000)], MEMBER, 4),
             # The allocator keeps some of it.
@@ -136,7 +135,7 @@ def test_sees_the_end_of_its_parent_within_15_seconds(m):
     m.send(lambda *of: hold(*of, 80)).pipe.recv()
     m.send(lambda me, names: [hold(me, names, 0) for _ in range(100)])
     for _ in range(100):
-        caller.post()
+        caller.post("x --no")
     caller.has_owner(NAME)
     m.main.kill()
     start = time.monotonic()
@@ -163,8 +162,10 @@ def test_judges_a_caller_by_what_it_runs_when_its_turn_comes(m):
         m.send(become, ROOT).pipe.recv()
     m.run("touch", m.home + "/go")
     eventually(lambda: os.path.exists(m.home + "/ran"))
-    assert [line.partition("LETD: ")[2] for line in m.log()] == [
-        "sd_bus_query_sender_creds failed: -6, creds = (nil)", "GetSenderPid failed. pid = -6",
-        "CheckAuth failed: -6", "PopenProcess fail r:-6 "]
+    assert [line.replace("] ORVIX_BRIMLETD", "") for line in m.log()] == [
+        "[ERROR] [CallerAuth: sd_bus_query_sender_creds failed: -6, creds = (nil)",
+        "[ERROR] [CallerAuth: GetSenderPid failed. pid = -6",
+        "[ERROR] [CommandMethod: CheckAuth failed: -6",
+        "[ERROR] [CommandMethod: PopenProcess fail r:-6 "]
     assert not os.path.exists(m.home + "/wrong")
     os.rename(CORE + "2", CORE)

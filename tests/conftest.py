@@ -1,4 +1,4 @@
-"""Each test of the running daemon has a machine of its own, of a kind of its own in some files."""
+"""Each test of the running daemon has a machine of its own; a file may bring its own kind."""
 import contextlib
 
 import pytest

@@ -32,7 +32,6 @@ NOTHING, TIMEOUT = ("replied", "", ""), "Connection timed out"
 told = "[ERROR] [BrimletdClient] UTILS: {}".format
 
 
-
 def expect_log(m, *log):
     assert [re.sub(r"/proc/\d+/", "/proc/ID/", line) for line in m.log()] == list(log)
 
@@ -160,6 +159,7 @@ def test_takes_no_descriptors_and_gives_commands_three_and_the_ignored_signals_o
         assert m.stop() == 0
     trace = machine.read(m.home + "/trace")
     assert "BEGIN" in trace and "NEGOTIATE_UNIX_FD" not in trace
+    assert m.is_emulated or "(INJECTED)" in trace  # an emulator has no such call
 
 
 def call(line, pid, at=CLIENT, **environment):
@@ -194,8 +194,8 @@ def answer(*of, sender=message_bus.bus_name, make=new_method_return):
 
 
 def serve(replies):
-    """A bus for one client: gives these replies to calls of these members, and says nothing else;
-    nothing at all when there are none, or when the client would take descriptors."""
+    """A bus for one client: lets it in where there are replies, gives these to calls of these
+    members, and says nothing else; nothing more when the client would take descriptors."""
     def run():
         bus = server.accept()[0]
         while (heard := bus.recv(65536)) and b"UNIX_FD" not in heard:

@@ -43,7 +43,7 @@ mount -t tmpfs -o mode=0755 none /run
 # Dbus-broker does not start without a journal, and stands still when nobody reads it.
 (umask 0 && exec systemd-socket-activate --datagram --inetd --listen={JOURNAL} sh -c 'cat >&2') \
   2>/dev/null &
-until [ -S {JOURNAL} ]; do sleep 0.01; done
+timeout 60 sh -c 'until [ -S {JOURNAL} ]; do sleep 0.01; done'
 [ -e "{TREE}" ] || {{ mkdir -p "{TREE}"; mount -c --rbind /proc/self/fd/9 "{TREE}"; }}
 install -D "${{BRIMLET_TESTED_DAEMON:-{BUILD}/bin/brimletd}}" {DAEMON}
 install -D "{BUILD}/examples/main_program" {MAIN}
@@ -139,8 +139,6 @@ class Connection(DBusConnection):
 
 
 class Machine:
-    """A bus, a home folder, and what start() starts."""
-
     def __init__(self):
         self.home, self.main, self.taken = tempfile.mkdtemp(), None, 0
         os.chmod(self.home, 0o711)  # other users come to the bus and to nothing else
@@ -184,7 +182,6 @@ class Machine:
 
     @staticmethod
     def run(*command):
-        """What a program prints."""
         return subprocess.run(command, stdout=subprocess.PIPE, text=True, check=False).stdout
 
     def script(self, body):
@@ -195,8 +192,7 @@ class Machine:
         return file.name
 
     def uses(self):
-        """How many descriptors the daemon has open, and how many KiB of memory are resident: none
-        where a sanitizer or an emulator has its part in them."""
+        """How many descriptors are open, and how many KiB resident: 0 where not all is its own."""
         whole, resident = re.findall(r"(?:VmSize|VmRSS):\s+(\d+)", read(f"/proc/{self.pid}/status"))
         own = int(whole) < 1 << 25 and not self.is_emulated
         return len(os.listdir(f"/proc/{self.pid}/fd")), own * int(resident)

@@ -1,5 +1,5 @@
 // Looks for a secret below the stack, where a function that has returned kept it. Optimised at link
-// time with the library: a wipe that may be left out, since nothing reads the memory again, is.
+// time with the library: the optimiser drops a wipe that it may drop, since nothing reads on.
 #include <gtest/gtest.h>
 
 #include <algorithm>
