@@ -71,11 +71,9 @@ def test_is_what_its_description_says_and_sleeps_while_nobody_calls(m):
     seen, told = (re.findall(r"<\w.*>", text.partition(f'"{NAME}"')[2].partition("</interface")[0])
                   for text in (m.describe(), machine.read(f"{machine.TREE}/packaging/{NAME}.xml")))
     assert seen == told
-    spent = []
-    for _ in range(2):
-        time.sleep(1)
-        spent.append(sum(map(int, machine.read(f"/proc/{m.pid}/stat").split()[13:15])))
-    assert spent[1] - spent[0] < 20  # in hundredths of a second
+    time.sleep(3)
+    spent = machine.read(f"/proc/{m.pid}/stat").split()[13:15]  # in hundredths of a second
+    assert sum(map(int, spent)) < 150
 
 
 def test_admits_two_paths_and_no_other(m):
@@ -128,8 +126,12 @@ def test_does_not_start_without_a_parent_its_name_a_bus_and_a_folder_for_its_log
                            ("connect:error=ECONNREFUSED", "connect to system bus: -111"),
                            ("recvmsg:error=EIO", "acquire service name: -5")]:
         expect_end(m.strace(fault, DAEMON), service("Failed to " + failure))
+    expect_end(m.strace("/^open:error=ENOENT -P /dev/null", "sh", "-c", f"exec {DAEMON} <&-"))
     m.start()
-    expect_end([DAEMON], service("Failed to acquire service name: -17"))
+    os.makedirs("/run/dbus")
+    os.symlink(m.home + "/bus", "/run/dbus/system_bus_socket")  # where it is by default
+    expect_end(["env", "-u", "DBUS_SYSTEM_BUS_ADDRESS", DAEMON],
+               service("Failed to acquire service name: -17"))
     expect(m, *CALLED)
     m.close()
     os.remove(m.home + "/bus")

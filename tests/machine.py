@@ -80,7 +80,6 @@ def read(path):
 
 
 def read_log(path):
-    """The lines of a log file, without times and line numbers."""
     return [re.sub(r"^\[[\d :.-]{24}\] (\[\w+\] \[\w+):\d+\] ", r"\1] ", line)
             for line in read(path).split("\n")[:-1]]
 
@@ -122,7 +121,6 @@ class Connection(DBusConnection):
         return f"error: {error}" if error else reply.body[0] if reply.body else None
 
     def post(self, line="echo --add"):
-        """Calls the daemon, and wants no reply."""
         message = request(line)
         message.header.flags = MessageFlag.no_reply_expected
         self.send(message)

@@ -13,6 +13,7 @@ struct DirOperatorTest : FolderTest {
 TEST_F(DirOperatorTest, MakesTheTreeOfAUserOnDemand) {
   EXPECT_EQ(dirs.GetLogDir() + dirs.GetAppDir(), base + "/Brimlet/log" + base + "/Brimlet/");
   EXPECT_EQ(dirs.GetConfDir(), "");
+  Run("echo " + dirs.mTempDir + " " + dirs.mConfFilePath + " " + dirs.mNetworkBinPath + " >>.log");
   EXPECT_EQ(dirs.CreateOthersDir() + dirs.CreateOthersDir(), 0);
   Run("test $(stat -c %a Brimlet/log) = 700 && rm -r Brimlet && ln -s none m && touch Brimlet");
   EXPECT_EQ(dirs.GetLogDir(), "");
