@@ -51,7 +51,7 @@ TEST_F(SmallUnits, GiveWhatACommandPrintsCleanedAndNothingWhenItFails) {
   Follow("commands.txt", [](const std::string& command, const std::string& /*none*/) {
     return GetCmdOutput(command) + "\n";
   });
-  EXPECT_EQ(GetCmdOutput("printf %05000d 0").size() + GetUuid().size(), 5036);
+  EXPECT_EQ(GetCmdOutput("printf '%01023d\\0b%03976d' 0 0").size() + GetUuid().size(), 5036);
 }
 
 TEST_F(SmallUnits, CutTextsAtWholeDelimitersAndTellNames) {
