@@ -25,7 +25,7 @@ inline std::string g_device = "/dev/random";  // what is opened by this name
 
 extern "C" long __wrap_openat(int folder, const char* name, int flags, mode_t mode) {
   const int wanted = O_CLOEXEC | ((flags & O_DIRECTORY) != 0 ? 0 : O_NOCTTY | O_NONBLOCK);
-  EXPECT_EQ(flags & wanted, wanted) << name;
+  EXPECT_TRUE((flags & wanted) == wanted || fs::path(name).extension() == ".profraw") << name;
   errno = g_hook();
   return errno == 0 ? syscall(SYS_openat, folder, name, flags, mode) : -1;
 }
